@@ -1,0 +1,119 @@
+#pragma once
+
+#include "util/Clock.h"
+
+#include <QPointer>
+#include <QWidget>
+
+class CleanMemoryButton;
+class NotificationCenter;
+class PanelWindowDelegate;
+class QLabel;
+class QLineEdit;
+class QProgressBar;
+class QToolButton;
+class Settings;
+class ToggleSwitch;
+class ClickableLabel;
+class PanelView;
+
+// The drop-down panel under the tray icon: the hidden-files switch, the search field, the memory part
+// behind a disclosure button. "Locked" means attached under the tray icon (with the pointer triangle);
+// dragging detaches it, and a detached panel stays where the user put it.
+class PanelWindow : public QWidget
+{
+    Q_OBJECT
+public:
+    // Window states of changeWindowStateTo.
+    enum State { Compact = 3, ByDisclosure = 4 };
+
+    PanelWindow(PanelWindowDelegate& delegate, Settings& settings, NotificationCenter& center, Clock& clock,
+                QWidget* parent = nullptr);
+    ~PanelWindow() override;
+
+    static QString PanelWindowDidBecomeActiveNotification();
+
+    // Tray icon click; canBeClosed false leaves an open attached panel open.
+    void processActionOfStatusItem(bool canBeClosed);
+    void showWindowIfNotLocked();
+    void closeAndMakeItLocked();
+    void showTriangle(bool show);
+    void closeWindowIfNotActive();
+    bool isLocked() const { return m_locked; }
+    void setLocked(bool locked);
+    void updateWindowFrameAndItems();
+    void updateIsHiddenShown();
+
+    // Memory part.
+    void fillInfoPanelWithUsedMemoryPercent(double fraction, qint64 usedSize, qint64 totalSize);
+    void fillLastCleanedLabelWithSize(qint64 size, const QString& timeDescription);
+    bool shouldUpdateTrackedSystemInfo() const;
+    void onPurgedMemory();
+    void subtitleLabelClicked();
+    CleanMemoryButton* cleanButton() const { return m_cleanButton; }
+
+    bool isDisclosureButtonExpanded() const;
+    void expandDisclosureButton();
+    void openDetailedModeButtonPressed();
+    void changeWindowStateTo(int state);
+    static bool isLastSateDetailed(Settings& settings);
+    static void setIsLastStateDetailed(Settings& settings, bool detailed);
+
+    // Texts shown now (tests read them).
+    QString titleText() const;
+    QString subtitleText() const;
+    int subtitleTag() const { return m_subtitleTag; }
+    QString lastCleanedText() const;
+    QLineEdit* searchBar() const { return m_searchBar; }
+
+    // Ends editing of the search field: hands the text to the search (Return pressed).
+    void controlTextDidEndEditing();
+
+protected:
+    void changeEvent(QEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    bool event(QEvent* event) override;
+
+private:
+    void buildInterface();
+    void placeUnderStatusItem();
+    void positionDidChanged();
+    void windowDidResignKey();
+    bool hasAttachedSheet() const;
+    void applyHeight();
+
+    PanelWindowDelegate& m_delegate;
+    Settings& m_settings;
+    NotificationCenter& m_center;
+    Clock& m_clock;
+
+    bool m_locked = true;
+    int m_state = Compact;
+    bool m_expanded = false;
+    bool m_positionFromStatusItem = false;
+    QString m_pInfoUsedSizeString;
+    QString m_pInfoCleanedSizeString;
+    int m_subtitleTag = 1;
+    Clock::Handle m_subtitleRevert;
+    QPoint m_dragOffset;
+    bool m_dragging = false;
+
+    PanelView* m_view = nullptr;
+    QLabel* m_titleLabel = nullptr;
+    ToggleSwitch* m_hiddenSwitch = nullptr;
+    QLabel* m_hiddenSwitchLabel = nullptr;
+    QLineEdit* m_searchBar = nullptr;
+    QToolButton* m_disclosureButton = nullptr;
+    QToolButton* m_gearButton = nullptr;
+    QToolButton* m_closeButton = nullptr;
+    QWidget* m_memoryPart = nullptr;
+    QLabel* m_percentLabel = nullptr;
+    ClickableLabel* m_subtitleLabel = nullptr;
+    QProgressBar* m_memoryLevelIndicator = nullptr;
+    QLabel* m_lastCleanedLabel = nullptr;
+    CleanMemoryButton* m_cleanButton = nullptr;
+};
