@@ -1,0 +1,51 @@
+#include "Commands.h"
+
+#include <cstdio>
+
+namespace cli {
+
+bool isCommand(const QString& word)
+{
+    static const QStringList words = {QStringLiteral("search"), QStringLiteral("hidden"), QStringLiteral("memory"),
+                                      QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
+                                      QStringLiteral("--version")};
+    return words.contains(word);
+}
+
+int run(const QString& command, const QStringList& args)
+{
+    if (command == QLatin1String("search"))
+        return runSearch(args);
+    if (command == QLatin1String("hidden"))
+        return runHidden(args);
+    if (command == QLatin1String("memory"))
+        return runMemory(args);
+    if (command == QLatin1String("--version"))
+        return printVersion();
+    return printHelp();
+}
+
+int printVersion()
+{
+    std::printf("trovix %s\n", TROVIX_VERSION);
+    return 0;
+}
+
+int printHelp()
+{
+    std::printf(
+        "Trovix: show or hide hidden files, find files by name, watch and free memory.\n"
+        "\n"
+        "Usage:\n"
+        "  trovix                      start the tray program\n"
+        "  trovix ShowWindowAfterStart start it with the panel open\n"
+        "  trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] [-0]\n"
+        "                              find files whose name contains NEEDLE (case-insensitive)\n"
+        "  trovix hidden [show|hide|toggle]\n"
+        "                              tell or switch the file manager's display of hidden files\n"
+        "  trovix memory [--free]      print memory use, or free memory\n"
+        "  trovix --help | --version\n");
+    return 0;
+}
+
+} // namespace cli

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QStringList>
+
+// The command-line front end. Each command gets the arguments after its name and returns the process's
+// exit status. They run under a QCoreApplication: no display is needed.
+namespace cli {
+
+// Whether argv[1] names a command-line use rather than the tray program.
+bool isCommand(const QString& word);
+int run(const QString& command, const QStringList& args);
+
+int printHelp();
+int printVersion();
+int runSearch(const QStringList& args);
+int runHidden(const QStringList& args);
+int runMemory(const QStringList& args);
+
+} // namespace cli
