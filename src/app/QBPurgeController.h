@@ -25,7 +25,6 @@ class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
 class Settings;
-class VisibilityRestorerAtLaunch;
 class WelcomeDialog;
 
 // The central controller: owns the tray icon, the panel and the other windows, the memory figures and
@@ -206,5 +205,6 @@ private:
     bool m_handPurge = false;
     int m_visionPrefIndex = 1;
 
-    std::unique_ptr<VisibilityRestorerAtLaunch> m_visibilityRestorerAtLaunch;
+    // Created at start by the hidden-files side, owned as a child of the controller.
+    QObject* m_visibilityRestorerAtLaunch = nullptr;
 };
