@@ -1,0 +1,335 @@
+#include "util/DateExtra.h"
+
+#include "support/ManualClock.h"
+
+#include <QTest>
+
+#include <thread>
+#include <vector>
+
+namespace {
+QDateTime at(int y, int mo, int d, int h = 0, int mi = 0, int s = 0)
+{
+    return QDateTime(QDate(y, mo, d), QTime(h, mi, s));
+}
+
+// Saturday 7 March 2026, 15:07:00 local time.
+const QDateTime kNow = at(2026, 3, 7, 15, 7, 0);
+} // namespace
+
+class TestDateExtra : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+
+    // First in the file, so the formatter's first use happens on several threads at once.
+    void sameDayTimeFromManyThreads()
+    {
+        ManualClock clock(kNow);
+        std::vector<std::thread> threads;
+        std::vector<QString> results(8);
+        for (size_t i = 0; i < results.size(); ++i) {
+            threads.emplace_back([&clock, &results, i] {
+                for (int n = 0; n < 200; ++n)
+                    results[i] = DateExtra::timeDescriptionIfSameDay(kNow.addSecs(60), clock).value_or(QString());
+            });
+        }
+        for (std::thread& t : threads)
+            t.join();
+        for (const QString& r : results)
+            QCOMPARE(r, QStringLiteral("3:08PM"));
+    }
+
+    void timeDescriptionIfSameDay_data()
+    {
+        QTest::addColumn<QDateTime>("date");
+        QTest::addColumn<QString>("expected"); // null: not today
+        QTest::newRow("now") << kNow << "3:07PM";
+        QTest::newRow("just after midnight") << at(2026, 3, 7, 0, 30) << "12:30AM";
+        QTest::newRow("midday") << at(2026, 3, 7, 12, 5) << "12:05PM";
+        QTest::newRow("later today") << at(2026, 3, 7, 23, 59, 59) << "11:59PM";
+        QTest::newRow("yesterday late") << at(2026, 3, 6, 23, 59, 59) << QString();
+        QTest::newRow("tomorrow") << at(2026, 3, 8, 0, 0) << QString();
+        QTest::newRow("same day last month") << at(2026, 2, 7, 15, 7) << QString();
+        QTest::newRow("same day last year") << at(2025, 3, 7, 15, 7) << QString();
+        QTest::newRow("no date") << QDateTime() << QString();
+    }
+    void timeDescriptionIfSameDay()
+    {
+        QFETCH(QDateTime, date);
+        QFETCH(QString, expected);
+        ManualClock clock(kNow);
+        const std::optional<QString> text = DateExtra::timeDescriptionIfSameDay(date, clock);
+        QCOMPARE(text.has_value(), !expected.isNull());
+        if (text)
+            QCOMPARE(*text, expected);
+    }
+
+    void relativeTexts_data()
+    {
+        QTest::addColumn<QDateTime>("date");
+        QTest::addColumn<QString>("shortText");
+        QTest::addColumn<QString>("extended");
+        QTest::newRow("now") << kNow << "just now"
+                             << "Just now";
+        QTest::newRow("4 s") << kNow.addSecs(-4) << "just now"
+                             << "Just now";
+        QTest::newRow("5 s") << kNow.addSecs(-5) << "just now"
+                             << "5 seconds ago";
+        QTest::newRow("59 s") << kNow.addSecs(-59) << "just now"
+                              << "59 seconds ago";
+        QTest::newRow("60 s") << kNow.addSecs(-60) << QStringLiteral(u"\u0430 minute ago") << "A minute ago";
+        QTest::newRow("119 s") << kNow.addSecs(-119) << QStringLiteral(u"\u0430 minute ago") << "A minute ago";
+        QTest::newRow("120 s") << kNow.addSecs(-120) << "2 minutes ago"
+                               << "2 minutes ago";
+        QTest::newRow("59 min 59 s") << kNow.addSecs(-3599) << "59 minutes ago"
+                                     << "59 minutes ago";
+        QTest::newRow("1 h") << kNow.addSecs(-3600) << QStringLiteral(u"\u0430n hour ago") << "An hour ago";
+        QTest::newRow("23 h 59 min") << kNow.addSecs(-86340) << "23 hours ago"
+                                     << "23 hours ago";
+        QTest::newRow("1 day") << at(2026, 3, 6, 15, 7) << "yesterday"
+                               << "Opened 1 day ago";
+        QTest::newRow("2 days") << at(2026, 3, 5, 15, 7) << "Mar, 5"
+                                << "Opened 2 days ago";
+        QTest::newRow("6 days 23 h") << at(2026, 2, 28, 16, 7) << "Feb, 28"
+                                     << "Opened 6 days ago";
+        QTest::newRow("7 days") << at(2026, 2, 28, 15, 7) << "1 week ago"
+                                << "Opened more than 1 week ago";
+        QTest::newRow("27 days 23:59") << at(2026, 2, 7, 15, 8) << "3 weeks ago"
+                                       << "Opened more than 3 weeks ago";
+        // February has 28 days: a calendar month, not four weeks.
+        QTest::newRow("one calendar month") << at(2026, 2, 7, 15, 7) << "1 month ago"
+                                            << "Opened more than 1 month ago";
+        QTest::newRow("31 Jan to 7 Mar") << at(2026, 1, 31, 12, 0) << "1 month ago"
+                                         << "Opened more than 1 month ago";
+        QTest::newRow("11 months") << at(2025, 3, 7, 15, 8) << "11 months ago"
+                                   << "Opened more than 11 months ago";
+        QTest::newRow("1 year") << at(2025, 3, 7, 15, 7) << "1 year ago"
+                                << "Opened more than 1 year ago";
+        QTest::newRow("2 years") << at(2024, 2, 29, 9, 0) << "2 years ago"
+                                 << "Opened more than 2 years ago";
+        QTest::newRow("1 s ahead") << kNow.addSecs(1) << "just now"
+                                   << "Just now";
+        QTest::newRow("2 days ahead") << at(2026, 3, 9, 15, 7) << "just now"
+                                      << "Just now";
+        QTest::newRow("a year ahead") << at(2027, 3, 7, 15, 7) << "just now"
+                                      << "Just now";
+    }
+    void relativeTexts()
+    {
+        QFETCH(QDateTime, date);
+        QFETCH(QString, shortText);
+        QFETCH(QString, extended);
+        ManualClock clock(kNow);
+        QCOMPARE(DateExtra::stringDateIntervalSinceNow(date, clock), shortText);
+        QCOMPARE(DateExtra::stringDateIntervalSinceNowExtended(date, clock), extended);
+    }
+
+    void calendarIntervalIsACalendarDifference()
+    {
+        // 366 days across a leap day is one year and one day, not one year and a remainder of hours.
+        const DateExtra::Interval iv = DateExtra::calendarInterval(at(2023, 3, 7, 10, 0), at(2024, 3, 7, 12, 30, 15));
+        QCOMPARE(iv.year, 1);
+        QCOMPARE(iv.month, 0);
+        QCOMPARE(iv.weekOfYear, 0);
+        QCOMPARE(iv.day, 0);
+        QCOMPARE(iv.hour, 2);
+        QCOMPARE(iv.minute, 30);
+        QCOMPARE(iv.second, qint64(15));
+        const DateExtra::Interval mixed = DateExtra::calendarInterval(at(2026, 1, 10), at(2026, 3, 29, 1));
+        QCOMPARE(mixed.month, 2);
+        QCOMPARE(mixed.weekOfYear, 2);
+        QCOMPARE(mixed.day, 5);
+        QCOMPARE(mixed.hour, 1);
+        const DateExtra::Interval back = DateExtra::calendarInterval(at(2026, 3, 29, 1), at(2026, 1, 10));
+        QCOMPARE(back.month, -2);
+        QCOMPARE(back.day, -5);
+    }
+
+    void shortStringDate()
+    {
+        QCOMPARE(DateExtra::shortStringDate(QDateTime::fromSecsSinceEpoch(0)), QString());
+        QCOMPARE(DateExtra::shortStringDate(at(2026, 3, 7, 15, 7)), QStringLiteral("Mar, 7"));
+        QCOMPARE(DateExtra::shortStringDate(at(2026, 12, 31, 23, 59)), QStringLiteral("Dec, 31"));
+        QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+        const QString german = DateExtra::shortStringDate(at(2026, 3, 7));
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+        QCOMPARE(german, QStringLiteral(u"M\u00e4r, 7"));
+    }
+
+    void sameDayAndMonth_data()
+    {
+        QTest::addColumn<QDateTime>("a");
+        QTest::addColumn<QDateTime>("b");
+        QTest::addColumn<bool>("sameDay");
+        QTest::addColumn<bool>("sameMonth");
+        QTest::newRow("same instant") << kNow << kNow << true << true;
+        QTest::newRow("both ends of a day") << at(2026, 3, 7) << at(2026, 3, 7, 23, 59, 59) << true << true;
+        QTest::newRow("across midnight") << at(2026, 3, 7, 23, 59, 59) << at(2026, 3, 8) << false << true;
+        QTest::newRow("across a month") << at(2026, 3, 31, 23, 59) << at(2026, 4, 1) << false << false;
+        QTest::newRow("same day, other month") << at(2026, 3, 7) << at(2026, 4, 7) << false << false;
+        QTest::newRow("same month, other year") << at(2026, 3, 7) << at(2025, 3, 7) << false << false;
+        QTest::newRow("no other date") << kNow << QDateTime() << false << false;
+    }
+    void sameDayAndMonth()
+    {
+        QFETCH(QDateTime, a);
+        QFETCH(QDateTime, b);
+        QFETCH(bool, sameDay);
+        QFETCH(bool, sameMonth);
+        QCOMPARE(DateExtra::isTheSameDay(a, b), sameDay);
+        QCOMPARE(DateExtra::isNewDay(a, b), !sameDay);
+        QCOMPARE(DateExtra::isTheSameMonth(a, b), sameMonth);
+        QCOMPARE(DateExtra::isNewMonth(a, b), !sameMonth);
+    }
+
+    void dayAndMonthNumbers_data()
+    {
+        QTest::addColumn<QDateTime>("date");
+        QTest::addColumn<int>("day");
+        QTest::addColumn<int>("month");
+        QTest::addColumn<int>("daysInMonth");
+        QTest::addColumn<QString>("monthName");
+        QTest::newRow("leap February") << at(2024, 2, 10) << 10 << 2 << 29 << "February";
+        QTest::newRow("common February") << at(2025, 2, 28) << 28 << 2 << 28 << "February";
+        QTest::newRow("century February") << at(2100, 2, 1) << 1 << 2 << 28 << "February";
+        QTest::newRow("April") << at(2026, 4, 30) << 30 << 4 << 30 << "April";
+        QTest::newRow("New Year's Eve") << at(2026, 12, 31, 23, 59) << 31 << 12 << 31 << "December";
+    }
+    void dayAndMonthNumbers()
+    {
+        QFETCH(QDateTime, date);
+        QFETCH(int, day);
+        QFETCH(int, month);
+        QFETCH(int, daysInMonth);
+        QFETCH(QString, monthName);
+        QCOMPARE(DateExtra::getDayNumber(date), day);
+        QCOMPARE(DateExtra::getMonthNumber(date), month);
+        QCOMPARE(DateExtra::getDayCountInMonth(date), daysInMonth);
+        QCOMPARE(DateExtra::getMonthName(date).value_or(QString()), monthName);
+    }
+
+    void monthNameByNumber()
+    {
+        QCOMPARE(DateExtra::getMonthNameByNum(1).value_or(QString()), QStringLiteral("January"));
+        QCOMPARE(DateExtra::getMonthNameByNum(12).value_or(QString()), QStringLiteral("December"));
+        QVERIFY(!DateExtra::getMonthNameByNum(0));
+        QVERIFY(!DateExtra::getMonthNameByNum(13));
+        QVERIFY(!DateExtra::getMonthNameByNum(-1));
+    }
+
+    void monthShift_data()
+    {
+        QTest::addColumn<QDateTime>("date");
+        QTest::addColumn<int>("months");
+        QTest::addColumn<QDateTime>("expected");
+        QTest::newRow("next month, time kept") << at(2026, 3, 7, 15, 7, 9) << 1 << at(2026, 4, 7, 15, 7, 9);
+        QTest::newRow("zero") << at(2026, 12, 31, 8) << 0 << at(2026, 12, 31, 8);
+        QTest::newRow("wraps into next year") << at(2026, 11, 15) << 2 << at(2027, 1, 15);
+        QTest::newRow("December + 1") << at(2026, 12, 10) << 1 << at(2027, 1, 10);
+        QTest::newRow("wraps into last year") << at(2026, 1, 15) << -1 << at(2025, 12, 15);
+        QTest::newRow("January - 12") << at(2026, 1, 10) << -12 << at(2025, 1, 10);
+        QTest::newRow("31 Jan + 1 clamps") << at(2026, 1, 31) << 1 << at(2026, 2, 28);
+        QTest::newRow("31 Mar - 1 clamps to leap day") << at(2024, 3, 31) << -1 << at(2024, 2, 29);
+        QTest::newRow("31 May + 12") << at(2026, 5, 31) << 12 << at(2027, 5, 31);
+        QTest::newRow("more than a year ahead") << at(2026, 3, 7) << 30 << at(2028, 9, 7);
+        QTest::newRow("more than a year back") << at(2026, 3, 7) << -30 << at(2023, 9, 7);
+        QTest::newRow("31 Aug + 18 clamps") << at(2026, 8, 31, 6) << 18 << at(2028, 2, 29, 6);
+    }
+    void monthShift()
+    {
+        QFETCH(QDateTime, date);
+        QFETCH(int, months);
+        QFETCH(QDateTime, expected);
+        QCOMPARE(DateExtra::dateWithMonthsSinceDate(date, months), expected);
+    }
+
+    void yearShift_data()
+    {
+        QTest::addColumn<QDateTime>("date");
+        QTest::addColumn<int>("years");
+        QTest::addColumn<QDateTime>("expected");
+        QTest::newRow("29 Feb + 1") << at(2024, 2, 29, 10, 11, 12) << 1 << at(2025, 2, 28, 10, 11, 12);
+        QTest::newRow("29 Feb + 4") << at(2024, 2, 29) << 4 << at(2028, 2, 29);
+        QTest::newRow("29 Feb - 1") << at(2024, 2, 29) << -1 << at(2023, 2, 28);
+        QTest::newRow("29 Feb + 76 to 2100") << at(2024, 2, 29) << 76 << at(2100, 2, 28);
+        QTest::newRow("ten years back") << kNow << -10 << at(2016, 3, 7, 15, 7);
+    }
+    void yearShift()
+    {
+        QFETCH(QDateTime, date);
+        QFETCH(int, years);
+        QFETCH(QDateTime, expected);
+        QCOMPARE(DateExtra::dateWithYearsSinceDate(date, years), expected);
+    }
+
+    void shiftsFromNowUseTheClock()
+    {
+        ManualClock clock(at(2024, 2, 29, 9, 30));
+        QCOMPARE(DateExtra::dateWithMonthsSinceNow(1, clock), at(2024, 3, 29, 9, 30));
+        QCOMPARE(DateExtra::dateWithYearsSinceNow(1, clock), at(2025, 2, 28, 9, 30));
+        QCOMPARE(DateExtra::dateWithMonthsSinceNow(-12, clock), at(2023, 2, 28, 9, 30));
+    }
+
+    void dayClampedToMonth_data()
+    {
+        QTest::addColumn<int>("year");
+        QTest::addColumn<int>("month");
+        QTest::addColumn<int>("day");
+        QTest::addColumn<int>("calendar"); // QCalendar::System, -1 for none
+        QTest::addColumn<int>("expected");
+        QTest::newRow("fits") << 2026 << 3 << 7 << -1 << 7;
+        QTest::newRow("31 February") << 2026 << 2 << 31 << -1 << 28;
+        QTest::newRow("30 February, leap year") << 2024 << 2 << 30 << -1 << 29;
+        QTest::newRow("31 April") << 2026 << 4 << 31 << -1 << 30;
+        QTest::newRow("month 14 is next February") << 2026 << 14 << 31 << -1 << 28;
+        QTest::newRow("1900 is common in Gregorian") << 1900 << 2 << 29 << int(QCalendar::System::Gregorian) << 28;
+        QTest::newRow("1900 is leap in Julian") << 1900 << 2 << 29 << int(QCalendar::System::Julian) << 29;
+    }
+    void dayClampedToMonth()
+    {
+        QFETCH(int, year);
+        QFETCH(int, month);
+        QFETCH(int, day);
+        QFETCH(int, calendar);
+        QFETCH(int, expected);
+        std::optional<QCalendar> cal;
+        if (calendar >= 0)
+            cal = QCalendar(static_cast<QCalendar::System>(calendar));
+        const DateExtra::DateComponents c =
+            DateExtra::checkDayInMonthForDateComponents({year, month, day, 1, 2, 3}, cal);
+        QCOMPARE(c.day, expected);
+        QCOMPARE(c.year, year);
+        QCOMPARE(c.month, month);
+        QCOMPARE(c.hour, 1);
+    }
+
+    void utcRecord_data()
+    {
+        QTest::addColumn<QByteArray>("record");
+        QTest::addColumn<QDateTime>("expected"); // invalid: nil
+        const auto utc = [](int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
+            return QDateTime(QDate(y, mo, d), QTime(h, mi, s), Qt::UTC);
+        };
+        QTest::newRow("all zero") << QByteArray(8, '\0') << QDateTime();
+        QTest::newRow("too short") << QByteArray::fromHex("00008051010000") << QDateTime();
+        QTest::newRow("one day") << QByteArray::fromHex("0000805101000000") << utc(1904, 1, 2);
+        QTest::newRow("high seconds ignored") << QByteArray::fromHex("0100000000000000") << utc(1904, 1, 1);
+        QTest::newRow("high seconds and a date") << QByteArray::fromHex("0700001bd1e50000") << utc(2026, 3, 7);
+        QTest::newRow("fraction counts as 2^32 s")
+            << QByteArray::fromHex("0000000000000100") << utc(2040, 2, 6, 6, 28, 16);
+    }
+    void utcRecord()
+    {
+        QFETCH(QByteArray, record);
+        QFETCH(QDateTime, expected);
+        const std::optional<QDateTime> date = DateExtra::convertUTCtoNSDate(record);
+        QCOMPARE(date.has_value(), expected.isValid());
+        if (date)
+            QCOMPARE(*date, expected);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDateExtra)
+#include "TestDateExtra.moc"
