@@ -67,8 +67,13 @@ QString defaultHandlerFromMimeappsLists(const QStringList& contents)
                 const QString line = raw.trimmed();
                 if (line.startsWith(QLatin1Char('['))) {
                     group = line;
-                } else if (group == wantedGroup && line.startsWith(QLatin1String("inode/directory="))) {
-                    const QString first = line.mid(16).split(QLatin1Char(';'), Qt::SkipEmptyParts).value(0).trimmed();
+                } else if (group == wantedGroup &&
+                           line.section(QLatin1Char('='), 0, 0).trimmed() == QLatin1String("inode/directory")) {
+                    // Blanks around "=" are allowed, as in any desktop-entry file.
+                    const QString first = line.section(QLatin1Char('='), 1)
+                                              .split(QLatin1Char(';'), Qt::SkipEmptyParts)
+                                              .value(0)
+                                              .trimmed();
                     if (!first.isEmpty())
                         return first;
                 }
