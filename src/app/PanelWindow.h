@@ -25,7 +25,11 @@ class PanelWindow : public QWidget
     Q_OBJECT
 public:
     // Window states of changeWindowStateTo.
-    enum State { Compact = 3, ByDisclosure = 4 };
+    enum State
+    {
+        Compact = 3,
+        ByDisclosure = 4
+    };
 
     PanelWindow(PanelWindowDelegate& delegate, Settings& settings, NotificationCenter& center, Clock& clock,
                 QWidget* parent = nullptr);
@@ -59,6 +63,11 @@ public:
     static bool isLastSateDetailed(Settings& settings);
     static void setIsLastStateDetailed(Settings& settings, bool detailed);
 
+    // Emitted when the panel closes (the controller's window-will-close observer).
+Q_SIGNALS:
+    void willClose();
+
+public:
     // Texts shown now (tests read them).
     QString titleText() const;
     QString subtitleText() const;
@@ -85,6 +94,9 @@ private:
     void windowDidResignKey();
     bool hasAttachedSheet() const;
     void applyHeight();
+    void updateMask();
+    bool m_placedAbove = false;
+    int m_triangleTipX = -1;
 
     PanelWindowDelegate& m_delegate;
     Settings& m_settings;
@@ -114,6 +126,5 @@ private:
     QLabel* m_percentLabel = nullptr;
     ClickableLabel* m_subtitleLabel = nullptr;
     QProgressBar* m_memoryLevelIndicator = nullptr;
-    QLabel* m_lastCleanedLabel = nullptr;
     CleanMemoryButton* m_cleanButton = nullptr;
 };

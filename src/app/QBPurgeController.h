@@ -144,6 +144,10 @@ public:
     void panelPreferencesButtonPressed(const QPoint& globalPos) override;
     void panelDetailedStateChanged(bool expanded) override;
 
+protected:
+    // Follows the desktop's palette: the tray icon is drawn in its ink.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 Q_SIGNALS:
     // Emitted after the quit sequence asked the application to end (tests watch it).
     void quitRequested();
@@ -175,7 +179,7 @@ private:
     QAction* m_miPreferences = nullptr;
     QAction* m_miAbout = nullptr;
     QAction* m_miQuit = nullptr;
-    QPointer<PanelWindow> m_wndInfo;
+    PanelWindow* m_wndInfo = nullptr; // owned
     QPointer<WelcomeDialog> m_welcomeDialog;
     QPointer<AboutWindow> m_aboutWC;
     QHash<bool, QIcon> m_statusIcons;

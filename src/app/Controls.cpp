@@ -1,0 +1,135 @@
+#include "Controls.h"
+
+#include <QEnterEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QStyle>
+
+ToggleSwitch::ToggleSwitch(QWidget* parent)
+    : QAbstractButton(parent)
+{
+    setCheckable(true);
+    setCursor(Qt::PointingHandCursor);
+    setFocusPolicy(Qt::TabFocus);
+}
+
+QSize ToggleSwitch::sizeHint() const
+{
+    return {44, 24};
+}
+
+void ToggleSwitch::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QRectF track = QRectF(rect()).adjusted(1, 1, -1, -1);
+    const qreal radius = track.height() / 2;
+    QColor on = palette().color(QPalette::Highlight);
+    QColor off = palette().color(QPalette::Mid);
+    if (!isEnabled()) {
+        on.setAlpha(110);
+        off.setAlpha(110);
+    }
+    p.setPen(Qt::NoPen);
+    p.setBrush(isChecked() ? on : off);
+    p.drawRoundedRect(track, radius, radius);
+    const qreal d = track.height() - 4;
+    const qreal x = isChecked() ? track.right() - 2 - d : track.left() + 2;
+    p.setBrush(isEnabled() ? QColor(Qt::white) : QColor(245, 245, 245));
+    p.drawEllipse(QRectF(x, track.top() + 2, d, d));
+    if (hasFocus()) {
+        p.setPen(QPen(palette().color(QPalette::Highlight), 1.5));
+        p.setBrush(Qt::NoBrush);
+        p.drawRoundedRect(track.adjusted(-0.5, -0.5, 0.5, 0.5), radius, radius);
+    }
+}
+
+ClickableLabel::ClickableLabel(QWidget* parent)
+    : QLabel(parent)
+{
+    setCursor(Qt::PointingHandCursor);
+}
+
+void ClickableLabel::mouseReleaseEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
+        Q_EMIT clicked();
+    QLabel::mouseReleaseEvent(event);
+}
+
+void ClickableLabel::enterEvent(QEnterEvent* event)
+{
+    QFont f = font();
+    f.setWeight(QFont::Medium);
+    setFont(f);
+    QLabel::enterEvent(event);
+}
+
+void ClickableLabel::leaveEvent(QEvent* event)
+{
+    QFont f = font();
+    f.setWeight(QFont::Normal);
+    setFont(f);
+    QLabel::leaveEvent(event);
+}
+
+PanelView::PanelView(QWidget* parent)
+    : QWidget(parent)
+{
+    updateMargins();
+}
+
+void PanelView::setTriangle(bool shown, bool pointsUp, int tipX)
+{
+    m_triangle = shown;
+    m_pointsUp = pointsUp;
+    m_tipX = tipX;
+    updateMargins();
+    update();
+}
+
+void PanelView::updateMargins()
+{
+    const int t = m_triangle ? kTriangleHeight : 0;
+    setContentsMargins(16, 12 + (m_pointsUp ? t : 0), 16, 14 + (m_pointsUp ? 0 : t));
+}
+
+QPainterPath PanelView::shape() const
+{
+    const int t = m_triangle ? kTriangleHeight : 0;
+    const QRectF card = QRectF(rect()).adjusted(0.5, 0.5 + (m_pointsUp ? t : 0), -0.5, -0.5 - (m_pointsUp ? 0 : t));
+    QPainterPath path;
+    path.addRoundedRect(card, kRadius, kRadius);
+    if (m_triangle) {
+        const qreal tip = m_tipX < 0 ? width() / 2.0 : std::clamp<qreal>(m_tipX, kRadius + t, width() - kRadius - t);
+        QPainterPath triangle;
+        if (m_pointsUp) {
+            triangle.moveTo(tip - t - 1, card.top() + 1);
+            triangle.lineTo(tip, 0.5);
+            triangle.lineTo(tip + t + 1, card.top() + 1);
+        } else {
+            triangle.moveTo(tip - t - 1, card.bottom() - 1);
+            triangle.lineTo(tip, height() - 0.5);
+            triangle.lineTo(tip + t + 1, card.bottom() - 1);
+        }
+        triangle.closeSubpath();
+        path = path.united(triangle);
+    }
+    return path;
+}
+
+void PanelView::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(QPen(palette().color(QPalette::Mid), 1));
+    p.setBrush(palette().color(QPalette::Window));
+    p.drawPath(shape());
+}
+
+void PanelView::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    update();
+}

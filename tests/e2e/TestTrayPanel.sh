@@ -1,0 +1,54 @@
+#!/bin/sh
+# Starts Trovix under a real X server with a tray host, clicks its tray icon, and checks that the panel
+# is mapped under the icon, that it shows the switch, the search field and memory figures, that a
+# second click closes it and that a second copy quits and brings the panel forward.
+# Usage: TestTrayPanel.sh TROVIX_BINARY ARTIFACT_DIR
+set -u
+bin=$1
+artifacts=$2
+mkdir -p "$artifacts"
+. "$(dirname "$0")/desktop.sh"
+trap stop_desktop EXIT
+trap "exit 1" INT TERM
+fail() { echo "FAIL: $*"; exit 1; }
+panel() { windows_named Trovix | awk '$4 == 320'; }
+
+# First start without the welcome dialog and the install offer, with the memory part open.
+mkdir -p "$XDG_CONFIG_HOME/trovix"
+cat >"$XDG_CONFIG_HOME/trovix/com.quorbel.trovix.json" <<JSON
+{ "KEY_welcomeDialogDisplayed": true, "suppressAlertMoveHalvexToApplications": true,
+  "PanelWindowSateIsDetailed": true }
+JSON
+
+start_desktop
+"$bin" >"$artifacts/trovix.log" 2>&1 &
+trovix=$!
+track $trovix
+wait_for "tray icon" 100 '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
+set -- $(tray_icon Trovix)
+ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
+sleep 0.5
+screenshot "$artifacts/tray.png"
+
+click_at $ix $iy
+wait_for "panel" 50 '[ -n "$(panel)" ]' || fail "the panel did not open"
+set -- $(panel)
+px=$2; py=$3; pw=$4
+[ "$py" -ge "$iy" ] || fail "panel at y=$py is not under the icon at y=$iy"
+[ $(( px + pw )) -le 1024 ] || fail "panel runs off the screen (x=$px)"
+sleep 1.5   # one memory sample
+screenshot "$artifacts/panel.png"
+echo "panel at $px,$py under the icon at $ix,$iy"
+
+# A second copy asks the first to bring its panel forward and quits.
+click_at $ix $iy
+wait_for "panel to close" 50 '[ -z "$(panel)" ]' || fail "a second click did not close the panel"
+"$bin" >"$artifacts/second.log" 2>&1
+[ $? -eq 0 ] || fail "the second copy failed"
+kill -0 $trovix 2>/dev/null || fail "the first copy died"
+wait_for "panel after second launch" 50 '[ -n "$(panel)" ]' \
+  || fail "the second launch did not bring the panel forward"
+screenshot "$artifacts/second-launch.png"
+
+kill $trovix
+echo "1 passed, 0 failed"

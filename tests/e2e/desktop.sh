@@ -1,0 +1,61 @@
+# Helpers for end-to-end tests on a real X server with a real tray host. Source it; every process it
+# starts is recorded and stopped by its own id in stop_desktop.
+# Needs: Xvfb, trayer, xdotool, xwininfo, import (ImageMagick).
+
+E2E_PIDS=""
+
+start_desktop() {
+  # -displayfd lets the server pick a free display number, so parallel tests never collide.
+  fifo=$(mktemp -u)
+  mkfifo "$fifo"
+  Xvfb -displayfd 3 -screen 0 1024x700x24 -nolisten tcp 3>"$fifo" >/dev/null 2>&1 &
+  E2E_PIDS="$E2E_PIDS $!"
+  read -r num <"$fifo"
+  rm -f "$fifo"
+  export DISPLAY=":$num"
+  unset QT_QPA_PLATFORM
+  trayer --edge "${TRAY_EDGE:-top}" --align right --widthtype request --height 28 --SetDockType true \
+    --transparent false --tint 0x2b2b2b >/dev/null 2>&1 &
+  E2E_PIDS="$E2E_PIDS $!"
+  wait_for "trayer" 50 'xdotool search --class trayer >/dev/null 2>&1'
+}
+
+stop_desktop() {
+  for pid in $E2E_PIDS; do kill "$pid" 2>/dev/null; done
+  for pid in $E2E_PIDS; do wait "$pid" 2>/dev/null; done
+  E2E_PIDS=""
+}
+
+# Records a process started by the test so stop_desktop ends it.
+track() { E2E_PIDS="$E2E_PIDS $1"; }
+
+# wait_for WHAT TRIES 'CONDITION': evaluates the shell condition every 0.1 s until it holds.
+wait_for() {
+  what=$1; tries=$2; cond=$3
+  i=0
+  while [ $i -lt "$tries" ]; do
+    eval "$cond" && return 0
+    sleep 0.1; i=$((i + 1))
+  done
+  echo "timed out waiting for $what" >&2
+  return 1
+}
+
+# Prints "id x y width height" of the visible windows titled exactly NAME, one per line.
+windows_named() {
+  for w in $(xdotool search --onlyvisible --name "^$1\$" 2>/dev/null); do
+    geo=$(xwininfo -id "$w" 2>/dev/null) || continue
+    x=$(echo "$geo" | sed -n 's/.*Absolute upper-left X: *//p')
+    y=$(echo "$geo" | sed -n 's/.*Absolute upper-left Y: *//p')
+    wd=$(echo "$geo" | sed -n 's/.*Width: *//p')
+    ht=$(echo "$geo" | sed -n 's/.*Height: *//p')
+    echo "$w $x $y $wd $ht"
+  done
+}
+
+# The tray icon: the small window named after the program inside the tray.
+tray_icon() { windows_named "$1" | awk '$4 <= 64 && $5 <= 64 { print; exit }'; }
+
+click_at() { xdotool mousemove "$1" "$2" click 1; }
+
+screenshot() { import -window root "$1"; }
