@@ -58,6 +58,8 @@ public:
     ~PurgeManager() override;
 
     void setDelegate(PurgeManagerDelegate* delegate) { m_delegate.store(delegate); }
+    // Forgets the delegate if it is still this one (a delegate going away calls it).
+    void clearDelegate(PurgeManagerDelegate* delegate) { m_delegate.compare_exchange_strong(delegate, nullptr); }
 
     // Starts a purge; handler runs on the main thread when it is over. While one completion is pending a
     // new request is dropped. Any thread.
