@@ -1,14 +1,391 @@
+// trovix search NEEDLE [FOLDER]: finds entries whose name contains NEEDLE (ASCII letters folded), with
+// hidden files and package contents, and prints their full paths.
 #include "Commands.h"
 
+#include "app/NotificationCenter.h"
+#include "app/Settings.h"
+#include "search/SearchManager.h"
+#include "search/Walker.h"
+#include "util/DateExtra.h"
+#include "util/VolumeName.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimer>
+#include <QUrl>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
 
 namespace cli {
+namespace {
 
-// Placeholder until the search command lands.
-int runSearch(const QStringList&)
+constexpr int kExitFound = 0;
+constexpr int kExitNothing = 1;
+constexpr int kExitError = 2;
+constexpr int kExitInterrupted = 130; // the shell's convention for Ctrl-C
+constexpr int kProgressMillis = 100;
+
+volatile std::sig_atomic_t gInterrupted = 0;
+
+extern "C" void onInterrupt(int)
 {
-    std::fprintf(stderr, "trovix: 'search' is not available in this build yet\n");
-    return 2;
+    gInterrupted = 1;
+}
+
+struct Options
+{
+    QString needle;
+    QString folder;
+    uint filter = SearchItemClass::All;
+    bool longFormat = false;
+    bool countOnly = false;
+    bool nulSeparated = false;
+    bool verbose = false;
+};
+
+int usageError(const QString& message)
+{
+    std::fprintf(stderr, "trovix search: %s\n", message.toLocal8Bit().constData());
+    std::fprintf(stderr, "Usage: trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] "
+                         "[-0] [--verbose]\n");
+    return kExitError;
+}
+
+bool parseFilter(const QString& text, uint& mask)
+{
+    mask = 0;
+    for (const QString& word : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        const QString w = word.trimmed().toLower();
+        if (w == QLatin1String("regular"))
+            mask |= SearchItemClass::Regular;
+        else if (w == QLatin1String("hidden"))
+            mask |= SearchItemClass::Hidden;
+        else if (w == QLatin1String("package"))
+            mask |= SearchItemClass::PackageContents;
+        else if (w == QLatin1String("all"))
+            mask |= SearchItemClass::All;
+        else
+            return false;
+    }
+    return mask != 0;
+}
+
+// Returns an exit status when the arguments are unusable, -1 when they are fine.
+int parse(const QStringList& args, Options& options)
+{
+    QStringList positional;
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString& arg = args.at(i);
+        if (optionsEnded || !arg.startsWith(QLatin1Char('-')) || arg == QLatin1String("-")) {
+            positional.append(arg);
+        } else if (arg == QLatin1String("--")) {
+            optionsEnded = true;
+        } else if (arg == QLatin1String("--long") || arg == QLatin1String("-l")) {
+            options.longFormat = true;
+        } else if (arg == QLatin1String("--count") || arg == QLatin1String("-c")) {
+            options.countOnly = true;
+        } else if (arg == QLatin1String("-0") || arg == QLatin1String("--print0")) {
+            options.nulSeparated = true;
+        } else if (arg == QLatin1String("--verbose") || arg == QLatin1String("-v")) {
+            options.verbose = true;
+        } else if (arg == QLatin1String("--filter") || arg.startsWith(QLatin1String("--filter="))) {
+            QString value;
+            if (arg == QLatin1String("--filter")) {
+                if (i + 1 >= args.size())
+                    return usageError(QStringLiteral("--filter needs a value"));
+                value = args.at(++i);
+            } else {
+                value = arg.mid(9);
+            }
+            if (!parseFilter(value, options.filter))
+                return usageError(QStringLiteral("unknown filter \"%1\" (use regular, hidden, package)").arg(value));
+        } else {
+            return usageError(QStringLiteral("unknown option %1").arg(arg));
+        }
+    }
+    if (positional.isEmpty())
+        return usageError(QStringLiteral("no search text given"));
+    if (positional.size() > 2)
+        return usageError(QStringLiteral("too many arguments"));
+    options.needle = positional.at(0);
+    if (positional.size() == 2)
+        options.folder = positional.at(1);
+    return -1;
+}
+
+// The stored search location when it still names a folder, else the home folder.
+QString defaultFolder()
+{
+    const QVariant stored = Settings::shared().getSearchLocation();
+    QString path = stored.typeId() == QMetaType::QUrl ? stored.toUrl().toLocalFile() : stored.toString();
+    if (!path.isEmpty() && QFileInfo(path).isDir())
+        return path;
+    return QDir::homePath();
+}
+
+void writeAll(const char* data, size_t size)
+{
+    while (size > 0) {
+        const ssize_t done = ::write(STDOUT_FILENO, data, size);
+        if (done < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        data += done;
+        size -= static_cast<size_t>(done);
+    }
+}
+
+// Prints matches straight from the walker threads; used when nothing needs classifying.
+class PathPrinter : public WalkerDelegate
+{
+public:
+    PathPrinter(char terminator, bool print)
+        : m_terminator(terminator)
+        , m_print(print)
+    {
+    }
+    ~PathPrinter() override { flush(); }
+
+    void walkerFileFound(std::string_view name, std::string_view parent, int) override
+    {
+        m_found.fetch_add(1, std::memory_order_relaxed);
+        if (!m_print)
+            return;
+        // A walk of "/" reports "//usr" one level down: print one slash.
+        if (parent.size() > 1 && parent[0] == '/' && parent[1] == '/')
+            parent.remove_prefix(1);
+        std::lock_guard lock(m_mutex);
+        m_buffer.append(parent);
+        if (parent.empty() || parent.back() != '/')
+            m_buffer.push_back('/');
+        m_buffer.append(name);
+        m_buffer.push_back(m_terminator);
+        if (m_buffer.size() >= kFlushAt) {
+            writeAll(m_buffer.data(), m_buffer.size());
+            m_buffer.clear();
+        }
+    }
+
+    void flush()
+    {
+        std::lock_guard lock(m_mutex);
+        writeAll(m_buffer.data(), m_buffer.size());
+        m_buffer.clear();
+    }
+    long found() const { return m_found.load(std::memory_order_relaxed); }
+
+private:
+    static constexpr size_t kFlushAt = 256 * 1024;
+    const char m_terminator;
+    const bool m_print;
+    std::mutex m_mutex;
+    std::string m_buffer;
+    std::atomic<long> m_found{0};
+};
+
+class Progress
+{
+public:
+    explicit Progress(bool enabled)
+        : m_enabled(enabled)
+    {
+    }
+    void show(long found, long total)
+    {
+        if (m_enabled)
+            std::fprintf(stderr, "\rFound %ld / %ld", found, total);
+    }
+    void clear()
+    {
+        if (m_enabled)
+            std::fputs("\r\033[K", stderr);
+    }
+
+private:
+    bool m_enabled;
+};
+
+QString classOf(const SearchItem& item)
+{
+    if (item.fileInPackage)
+        return QStringLiteral("package");
+    if (item.fileHidden || item.fileInHiddenFolder)
+        return QStringLiteral("hidden");
+    return QStringLiteral("regular");
+}
+
+QByteArray longLine(const SearchItem& item)
+{
+    const QString size = item.fileSize < 0
+                             ? QStringLiteral("--")
+                             : VolumeName::convertToStringFromFileSize(static_cast<quint64>(item.fileSize));
+    const QString date =
+        item.lastUsedDate.isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate) : QStringLiteral("-");
+    const QString kind = item.fileType.isEmpty() ? QStringLiteral("-") : item.fileType;
+    return (kind + QLatin1Char('\t') + size + QLatin1Char('\t') + date + QLatin1Char('\t') + classOf(item) +
+            QLatin1Char('\t'))
+        .toUtf8();
+}
+
+int finish(long found, long total, const Options& options)
+{
+    if (options.countOnly)
+        std::printf("Found %ld / %ld\n", found, total);
+    std::fflush(stdout);
+    if (gInterrupted)
+        return kExitInterrupted;
+    return found > 0 ? kExitFound : kExitNothing;
+}
+
+// Nothing to classify: the walker's matches go to standard output as they come.
+int searchUnclassified(const QByteArray& root, const QByteArray& needle, const Options& options, Progress& progress)
+{
+    PathPrinter printer(options.nulSeparated ? '\0' : '\n', !options.countOnly);
+    std::atomic<bool> done{false};
+    std::thread scan([&] {
+        walkerScan(root.constData(), needle.constData(), &printer);
+        done = true;
+    });
+    bool cancelled = false;
+    while (!done) {
+        if (gInterrupted && !cancelled) {
+            cancelled = true;
+            walkerCancel();
+        }
+        progress.show(printer.found(), walkerTotalFiles());
+        for (int i = 0; i < kProgressMillis / 10 && !done && !(gInterrupted && !cancelled); ++i)
+            usleep(10 * 1000);
+    }
+    scan.join();
+    printer.flush();
+    progress.clear();
+    return finish(printer.found(), walkerTotalFiles(), options);
+}
+
+// Filters or long columns need every match classified: the search manager does it.
+int searchClassified(const QString& root, const Options& options, Progress& progress)
+{
+    NotificationCenter center;
+    SearchManager manager(center);
+    manager.setFilterMask(options.filter);
+    const char terminator = options.nulSeparated ? '\0' : '\n';
+    qsizetype printed = 0;
+    const auto printNew = [&] {
+        if (options.countOnly || options.longFormat)
+            return;
+        const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
+        QByteArray out;
+        for (; printed < items.size(); ++printed)
+            out.append(items.at(printed)->nativeFullPath()).append(terminator);
+        writeAll(out.constData(), static_cast<size_t>(out.size()));
+    };
+
+    QEventLoop loop;
+    QObject::connect(&manager, &SearchManager::searchResultsChanged, &loop, printNew);
+    QObject::connect(&manager, &SearchManager::searchFinished, &loop, &QEventLoop::quit);
+    QTimer tick;
+    bool cancelled = false;
+    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
+        if (gInterrupted && !cancelled) {
+            cancelled = true;
+            manager.cancelSearchByButton();
+        }
+        progress.show(manager.getFilteredSearchResultArray().size(), manager.totalFiles());
+    });
+    tick.start(kProgressMillis);
+    if (manager.performSearchWithTemplate(options.needle, root) != SearchManager::StartResult::Started)
+        return usageError(QStringLiteral("the search could not start"));
+    loop.exec();
+    tick.stop();
+    printNew();
+    progress.clear();
+
+    const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
+    if (options.longFormat && !options.countOnly) {
+        manager.waitForPackageSizes();
+        for (const SearchItemPtr& item : items) {
+            QByteArray line = longLine(*item);
+            line.append(item->nativeFullPath()).append(terminator);
+            writeAll(line.constData(), static_cast<size_t>(line.size()));
+        }
+    }
+    return finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options);
+}
+
+} // namespace
+
+int runSearch(const QStringList& args)
+{
+    Options options;
+    if (const int status = parse(args, options); status >= 0)
+        return status;
+    if (options.needle.isEmpty())
+        return usageError(QStringLiteral("the search text is empty: nothing to search"));
+    const QByteArray needle = options.needle.toLower().toUtf8();
+    if (needle.size() >= static_cast<qsizetype>(kSearchNeedleCapacity))
+        return usageError(QStringLiteral("the search text is %1 bytes long; at most %2 are taken")
+                              .arg(needle.size())
+                              .arg(kSearchNeedleCapacity - 1));
+
+    const QString folder = options.folder.isEmpty() ? defaultFolder() : options.folder;
+    const QString root = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+    const QByteArray rootBytes = QFile::encodeName(root);
+    struct stat info
+    {
+    };
+    if (::stat(rootBytes.constData(), &info) != 0) {
+        std::fprintf(stderr, "trovix search: %s: %s\n", rootBytes.constData(), std::strerror(errno));
+        return kExitError;
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        std::fprintf(stderr, "trovix search: %s: not a folder\n", rootBytes.constData());
+        return kExitError;
+    }
+    if (const int fd = ::open(rootBytes.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); fd >= 0) {
+        ::close(fd);
+    } else {
+        std::fprintf(stderr, "trovix search: %s: %s\n", rootBytes.constData(), std::strerror(errno));
+        return kExitError;
+    }
+
+    if (options.verbose)
+        walkerSetVerbose(true);
+    // Progress would mix with the paths on a terminal; it is shown when the results go elsewhere.
+    Progress progress(isatty(STDERR_FILENO) && (options.countOnly || !isatty(STDOUT_FILENO)));
+
+    gInterrupted = 0;
+    struct sigaction action
+    {
+    };
+    struct sigaction previous
+    {
+    };
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, &previous);
+    walkerResume();
+
+    const bool classify = options.longFormat || options.filter != SearchItemClass::All;
+    const int status =
+        classify ? searchClassified(root, options, progress) : searchUnclassified(rootBytes, needle, options, progress);
+    sigaction(SIGINT, &previous, nullptr);
+    return status;
 }
 
 } // namespace cli

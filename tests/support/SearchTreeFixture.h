@@ -1,0 +1,150 @@
+#pragma once
+
+// Builders of real folder trees for the search tests: dot-files, packages, symlink loops, unreadable
+// folders, names that are not UTF-8, wide and very deep folders, all inside a temporary folder.
+
+#include <QByteArray>
+#include <QByteArrayList>
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+class SearchTreeFixture
+{
+public:
+    SearchTreeFixture()
+    {
+        QVERIFY(m_dir.isValid());
+        // Readable by others too, so a test may walk it under another user id.
+        ::chmod(root().constData(), 0755);
+    }
+    ~SearchTreeFixture()
+    {
+        for (const QByteArray& folder : std::as_const(m_locked))
+            ::chmod(folder.constData(), 0755);
+        // rm copes with trees deeper than a path may be long.
+        QProcess::execute(QStringLiteral("rm"), {QStringLiteral("-rf"), m_dir.path()});
+    }
+
+    QByteArray root() const { return QFile::encodeName(m_dir.path()); }
+    QByteArray path(const QByteArray& relative) const { return root() + '/' + relative; }
+
+    void folder(const QByteArray& relative)
+    {
+        QByteArray soFar = root();
+        for (const QByteArray& part : relative.split('/')) {
+            soFar += '/' + part;
+            ::mkdir(soFar.constData(), 0755);
+        }
+    }
+    void file(const QByteArray& relative, const QByteArray& content = {})
+    {
+        const qsizetype slash = relative.lastIndexOf('/');
+        if (slash > 0)
+            folder(relative.left(slash));
+        const int fd = ::open(path(relative).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        QVERIFY2(fd >= 0, relative.constData());
+        if (!content.isEmpty())
+            QCOMPARE(::write(fd, content.constData(), static_cast<size_t>(content.size())), content.size());
+        ::close(fd);
+    }
+    void symlink(const QByteArray& relative, const QByteArray& target)
+    {
+        QCOMPARE(::symlink(target.constData(), path(relative).constData()), 0);
+    }
+    // Mode 000 until the fixture ends.
+    void unreadableFolder(const QByteArray& relative)
+    {
+        folder(relative);
+        QCOMPARE(::chmod(path(relative).constData(), 0), 0);
+        m_locked.append(path(relative));
+    }
+    void wideFolder(const QByteArray& relative, int count, const QByteArray& prefix)
+    {
+        folder(relative);
+        for (int i = 0; i < count; ++i)
+            file(relative + '/' + prefix + QByteArray::number(i));
+    }
+    // A chain of `levels` folders named "d", built relative to each other (the full path soon exceeds
+    // what one path may hold), with a file `leafName` at the bottom.
+    void deepChain(const QByteArray& top, int levels, const QByteArray& leafName)
+    {
+        folder(top);
+        int fd = ::open(path(top).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        QVERIFY(fd >= 0);
+        for (int i = 0; i < levels; ++i) {
+            QCOMPARE(::mkdirat(fd, "d", 0755), 0);
+            const int next = ::openat(fd, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            ::close(fd);
+            QVERIFY(next >= 0);
+            fd = next;
+        }
+        const int leaf = ::openat(fd, leafName.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        QVERIFY(leaf >= 0);
+        ::close(leaf);
+        ::close(fd);
+    }
+
+    // The tree most tests share: ordinary files, dot-files and a dot-folder, a package, a link loop, a
+    // link to a folder, a name that is not UTF-8, mixed case and accented names.
+    void buildStandard()
+    {
+        file("docs/Report-MATCH.txt", "report");
+        file("docs/notes.md", "notes");
+        file("docs/.match-dotfile");
+        file("docs/listed-match");
+        file("docs/.hidden", "listed-match\n");
+        file(".git/objects/visible-match", "x");
+        file("Tool.app/Contents/.match-inside", "12345");
+        file("Tool.app/Contents/Info-match.plist", "1234567890");
+        folder("match-folder/sub");
+        file("match-folder/sub/inner-match.c", "int x;");
+        file("Été-match.txt");
+        file(QByteArray("bad-\xff\xfe-match.bin"));
+        folder("loop");
+        symlink("loop/self-match", "..");
+        symlink("link-to-docs-match", "docs");
+    }
+
+private:
+    QTemporaryDir m_dir;
+    QByteArrayList m_locked;
+};
+
+// Takes away the file-permission override of a root user from the calling thread (and the threads
+// it starts), so that a mode-000 folder is unreadable even to root. Restored at destruction.
+class SearchPermissionsEnforced
+{
+public:
+    SearchPermissionsEnforced()
+    {
+        if (::geteuid() != 0)
+            return;
+        if (syscall(SYS_capget, &m_header, m_saved) != 0)
+            return;
+        __user_cap_data_struct reduced[2] = {m_saved[0], m_saved[1]};
+        const unsigned mask = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH);
+        reduced[0].effective &= ~mask;
+        m_active = syscall(SYS_capset, &m_header, reduced) == 0;
+    }
+    ~SearchPermissionsEnforced()
+    {
+        if (m_active)
+            syscall(SYS_capset, &m_header, m_saved);
+    }
+    bool active() const { return m_active || ::geteuid() != 0; }
+
+private:
+    __user_cap_header_struct m_header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct m_saved[2]{};
+    bool m_active = false;
+};
