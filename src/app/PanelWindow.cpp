@@ -102,8 +102,7 @@ void PanelWindow::buildInterface()
     m_gearButton = new QToolButton(m_view);
     m_gearButton->setObjectName(QStringLiteral("preferencesButton"));
     m_gearButton->setAutoRaise(true);
-    m_gearButton->setIcon(
-        QIcon::fromTheme(QStringLiteral("open-menu-symbolic"), style()->standardIcon(QStyle::SP_TitleBarMenuButton)));
+    m_gearButton->setIcon(QIcon(QStringLiteral(":/icons/gear.svg")));
     m_gearButton->setToolTip(PanelWindowContextualMenuStrings::preferencesWithoutDots());
     connect(m_gearButton, &QToolButton::clicked, this, [this] {
         m_delegate.panelPreferencesButtonPressed(m_gearButton->mapToGlobal(QPoint(-2, m_gearButton->height() + 5)));
@@ -139,7 +138,7 @@ void PanelWindow::buildInterface()
     m_searchBar->setObjectName(QStringLiteral("searchBar"));
     m_searchBar->setPlaceholderText(panelText("Hidden_Fiels_Search_field_title", "Search files by name"));
     m_searchBar->setClearButtonEnabled(true);
-    m_searchBar->addAction(QIcon::fromTheme(QStringLiteral("edit-find")), QLineEdit::LeadingPosition);
+    m_searchBar->addAction(QIcon(QStringLiteral(":/icons/search.svg")), QLineEdit::LeadingPosition);
     connect(m_searchBar, &QLineEdit::returnPressed, this, [this] { controlTextDidEndEditing(); });
     layout->addWidget(m_searchBar);
 

@@ -41,9 +41,11 @@ wait_for() {
   return 1
 }
 
-# Prints "id x y width height" of the visible windows titled exactly NAME, one per line.
+# Prints "id x y width height" of the program's visible windows titled exactly NAME, one per line.
+# (Searched by class: xdotool's name search misses embedded tray icons.)
 windows_named() {
-  for w in $(xdotool search --onlyvisible --name "^$1\$" 2>/dev/null); do
+  for w in $(xdotool search --onlyvisible --class "${E2E_CLASS:-trovix}" 2>/dev/null); do
+    [ "$(xdotool getwindowname "$w" 2>/dev/null)" = "$1" ] || continue
     geo=$(xwininfo -id "$w" 2>/dev/null) || continue
     x=$(echo "$geo" | sed -n 's/.*Absolute upper-left X: *//p')
     y=$(echo "$geo" | sed -n 's/.*Absolute upper-left Y: *//p')

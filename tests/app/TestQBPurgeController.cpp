@@ -1,0 +1,254 @@
+#include "app/DistributedNotificationCenter.h"
+#include "app/NotificationCenter.h"
+#include "app/PanelWindow.h"
+#include "app/QBAppDelegate.h"
+#include "app/QBPurgeController.h"
+#include "app/Settings.h"
+#include "support/ManualClock.h"
+#include "util/MacOSVersion.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDir>
+#include <QFile>
+#include <QMenu>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+class TestQBPurgeController : public QObject
+{
+    Q_OBJECT
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<UserDefaults> m_standard;
+    std::unique_ptr<UserDefaults> m_group;
+    std::unique_ptr<MacOSVersion> m_version;
+    std::unique_ptr<Settings> m_settings;
+    std::unique_ptr<NotificationCenter> m_center;
+    std::unique_ptr<DistributedNotificationCenter> m_distributed;
+    ManualClock m_clock;
+
+    std::unique_ptr<QBPurgeController> makeController()
+    {
+        QBPurgeController::Collaborators c;
+        c.settings = m_settings.get();
+        c.center = m_center.get();
+        c.distributed = m_distributed.get();
+        c.clock = &m_clock;
+        c.useTray = false;
+        return std::make_unique<QBPurgeController>(c);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        QFile::remove(m_dir.filePath(QStringLiteral("s.json")));
+        m_standard = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("s.json")));
+        m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g.json")));
+        m_version = std::make_unique<MacOSVersion>(std::nullopt);
+        m_settings = std::make_unique<Settings>(*m_standard, *m_group, *m_version, m_clock);
+        m_center = std::make_unique<NotificationCenter>();
+        m_distributed = std::make_unique<DistributedNotificationCenter>(QDBusConnection(QStringLiteral("none")));
+        // The welcome dialog would open at a first start; it has its own test below.
+        m_standard->setObject(true, SettingsKey::WelcomeDialogDisplayed);
+    }
+
+    void firstStartWritesExactlyTheDefaults()
+    {
+        auto controller = makeController();
+        controller->awakeFromNib();
+        const UserDefaults reread(m_standard->filePath());
+        QCOMPARE(reread.objectForKey(SettingsKey::Initialized), QVariant(true));
+        QCOMPARE(reread.objectForKey(SettingsKey::AutoFree), QVariant(false));
+        QCOMPARE(reread.objectForKey(SettingsKey::PurgeAfterHugeAppQuit), QVariant(true));
+        QCOMPARE(reread.objectForKey(SettingsKey::ShowInfo), QVariant(true));
+        QCOMPARE(reread.integerForKey(SettingsKey::Frequency), 1);
+        QCOMPARE(reread.doubleForKey(SettingsKey::UsageLimit), 0.8);
+    }
+
+    void laterStartReadsStoredValuesButAutoFreeIsAlwaysOff()
+    {
+        m_standard->setObject(true, SettingsKey::Initialized);
+        m_standard->setObject(true, SettingsKey::AutoFree);
+        m_standard->setObject(2, SettingsKey::Frequency);
+        m_standard->setObject(0.65, SettingsKey::UsageLimit);
+        m_standard->setObject(false, SettingsKey::PurgeAfterHugeAppQuit);
+        auto controller = makeController();
+        controller->awakeFromNib();
+        const UserDefaults reread(m_standard->filePath());
+        QCOMPARE(reread.objectForKey(SettingsKey::AutoFree), QVariant(false));
+        QCOMPARE(reread.integerForKey(SettingsKey::Frequency), 2);
+        QCOMPARE(reread.doubleForKey(SettingsKey::UsageLimit), 0.65);
+        QCOMPARE(reread.objectForKey(SettingsKey::PurgeAfterHugeAppQuit), QVariant(false));
+    }
+
+    void withoutATrayThePanelOpensAtStart()
+    {
+        auto controller = makeController();
+        controller->awakeFromNib();
+        QVERIFY(!controller->statusItem());
+        QVERIFY(controller->panel()->isVisible());
+        QVERIFY(!controller->panel()->isLocked());
+    }
+
+    void showMainWindowNotificationOpensOrRaisesThePanel()
+    {
+        m_standard->setObject(true, SettingsKey::Initialized);
+        auto controller = makeController();
+        controller->awakeFromNib();
+        controller->panel()->close();
+        QBPurgeController::ShowMainWindowAndMakeActive(*m_center);
+        QVERIFY(controller->panel()->isVisible());
+        m_center->post(QStringLiteral("ShowWindowAfterStart"));
+        QVERIFY(controller->panel()->isVisible()); // already open: stays open
+    }
+
+    void welcomeDialogIsShownOnce()
+    {
+        const auto welcomeVisible = [] {
+            const auto widgets = QApplication::topLevelWidgets();
+            return std::any_of(widgets.begin(), widgets.end(), [](QWidget* w) {
+                return w->objectName() == QLatin1String("WelcomeDialog") && w->isVisible();
+            });
+        };
+        m_standard->removeObjectForKey(SettingsKey::WelcomeDialogDisplayed);
+        {
+            auto controller = makeController();
+            controller->awakeFromNib();
+            QVERIFY(welcomeVisible());
+            QVERIFY(m_standard->boolForKey(SettingsKey::WelcomeDialogDisplayed));
+            // A click on the tray icon closes the welcome dialog first.
+            controller->statusItemAction();
+            QVERIFY(!welcomeVisible());
+        }
+        auto again = makeController();
+        again->awakeFromNib();
+        QVERIFY(!welcomeVisible());
+    }
+
+    void statusIconAndMenuTexts()
+    {
+        QCOMPARE(QBPurgeController::statusIconImageForState(true), QStringLiteral("offon_91"));
+        QCOMPARE(QBPurgeController::statusIconImageForState(false), QStringLiteral("offon_90"));
+        auto controller = makeController();
+        controller->awakeFromNib();
+        QVERIFY(!controller->statusIcon(true).isNull());
+        QVERIFY(controller->statusIcon(true).isMask());
+        QGuiApplication::setApplicationDisplayName(QStringLiteral("Trovix"));
+        controller->validateMenu();
+        QStringList titles;
+        for (QAction* a : controller->theMenu()->actions())
+            titles << a->text();
+        QVERIFY(titles.contains(QStringLiteral("About Trovix")));
+        QVERIFY(titles.contains(QStringLiteral("Quit Trovix")));
+        QVERIFY(titles.contains(QStringLiteral("Hide Information"))); // the panel is open (no tray)
+    }
+
+    void memoryLevelIconNames_data()
+    {
+        QTest::addColumn<double>("fraction");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("coarse below half") << 0.33 << "icon_memory_35";
+        QTest::newRow("two-steps from half") << 0.61 << "icon_memory_62";
+        QTest::newRow("fine around three quarters") << 0.751 << "icon_memory_75";
+        QTest::newRow("two-steps just outside it") << 0.77 << "icon_memory_78";
+        QTest::newRow("fine from ninety") << 0.934 << "icon_memory_93";
+    }
+    void memoryLevelIconNames()
+    {
+        QFETCH(double, fraction);
+        QFETCH(QString, name);
+        QCOMPARE(QBPurgeController::getIconWithOcupiedPercent(fraction), name);
+    }
+
+    void quitAsksTheApplicationToEnd()
+    {
+        auto controller = makeController();
+        controller->awakeFromNib();
+        bool asked = false;
+        connect(controller.get(), &QBPurgeController::quitRequested, this, [&] { asked = true; });
+        controller->onQuitTrovix();
+        QVERIFY(asked);
+    }
+
+    // The delegate's launch steps.
+
+    void showWindowAfterStartCountsOnlyAfterTheProgramName()
+    {
+        m_standard->setObject(true, SettingsKey::SuppressAlertMoveToApplications);
+        auto controller = makeController();
+        QBAppDelegate delegate(*controller, *m_settings, *m_center, *m_distributed);
+        int posts = 0;
+        QObject ctx;
+        m_center->addObserver(QStringLiteral("ShowWindowAfterStart"), nullptr, &ctx,
+                              [&](const Notification&) { ++posts; });
+        delegate.applicationDidFinishLaunching({QStringLiteral("ShowWindowAfterStart")});
+        QCOMPARE(posts, 0);
+        delegate.applicationDidFinishLaunching(
+            {QStringLiteral("/usr/bin/trovix"), QStringLiteral("ShowWindowAfterStart")});
+        QCOMPARE(posts, 1);
+    }
+
+    void legacyLoginKeysAreRemoved()
+    {
+        m_standard->setObject(true, SettingsKey::AutoStart);
+        m_standard->setObject(QStringLiteral("yes"), SettingsKey::AutoStartToggledByUser);
+        auto controller = makeController();
+        QBAppDelegate delegate(*controller, *m_settings, *m_center, *m_distributed);
+        delegate.removeLegacyLoginKeys();
+        const UserDefaults reread(m_standard->filePath());
+        QVERIFY(!reread.contains(SettingsKey::AutoStart));
+        QVERIFY(!reread.contains(SettingsKey::AutoStartToggledByUser));
+    }
+
+    void installedLocations_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("installed");
+        QTest::newRow("package") << "/usr/bin/trovix" << true;
+        QTest::newRow("local bin") << "/home/u/.local/bin/trovix" << true;
+        QTest::newRow("opt") << "/opt/trovix/trovix" << true;
+        QTest::newRow("build tree") << "/home/u/src/trovix/build/trovix" << false;
+        QTest::newRow("downloads") << "/home/u/Downloads/trovix" << false;
+        QTest::newRow("prefix lookalike") << "/usrlocal/trovix" << false;
+    }
+    void installedLocations()
+    {
+        QFETCH(QString, path);
+        QFETCH(bool, installed);
+        QCOMPARE(QBAppDelegate::isInstalledLocation(path, QStringLiteral("/home/u")), installed);
+    }
+
+    void installCopyPlacesBinaryEntryAndIcon()
+    {
+        QTemporaryDir root;
+        const QString fakeBinary = root.filePath(QStringLiteral("trovix-download"));
+        QFile f(fakeBinary);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("#!/bin/sh\necho hi\n");
+        f.close();
+        f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QString bin = root.filePath(QStringLiteral("home dir/.local/bin"));
+        const QString data = root.filePath(QStringLiteral("home dir/.local/share"));
+        for (int round = 0; round < 2; ++round) { // a second copy replaces the first
+            const auto result = QBAppDelegate::installCopy(fakeBinary, bin, data);
+            QVERIFY2(result.copied, qPrintable(result.error));
+            QCOMPARE(result.destination, bin + QStringLiteral("/trovix"));
+        }
+        QFile copy(bin + QStringLiteral("/trovix"));
+        QVERIFY(copy.open(QIODevice::ReadOnly));
+        QCOMPARE(copy.readAll(), QByteArray("#!/bin/sh\necho hi\n"));
+        QVERIFY(copy.permissions() & QFile::ExeOwner);
+        QFile entry(data + QStringLiteral("/applications/com.quorbel.trovix.desktop"));
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        const QByteArray text = entry.readAll();
+        QVERIFY(text.contains("Exec=" + QFile::encodeName(bin) + "/trovix\n"));
+        QVERIFY(QFile::exists(data + QStringLiteral("/icons/hicolor/scalable/apps/com.quorbel.trovix.svg")));
+        QVERIFY(!QFile::exists(bin + QStringLiteral("/trovix.new")));
+    }
+};
+
+QTEST_MAIN(TestQBPurgeController)
+#include "TestQBPurgeController.moc"
