@@ -7,6 +7,7 @@
 #include "Texts.h"
 #include "memory/DesktopNotification.h"
 #include "memory/MemoryFigures.h"
+#include "memory/PurgeFrequency.h"
 #include "memory/PurgeManager.h"
 #include "memory/PurgeScript.h"
 #include "platform/MemoryInfo.h"
@@ -305,24 +306,7 @@ void QBPurgeController::onPurgeManagerPurgingProgress(float progress)
 
 void QBPurgeController::initPurgeFreq()
 {
-    UserDefaults& d = m_settings.defaults();
-    // Overrides count only when stored as numbers.
-    auto interval = [&d](const QString& key, qint64 fallback) {
-        return d.isNumber(key) ? d.integerForKey(key) : fallback;
-    };
-    switch (m_nFreq) {
-    case 0:
-        m_lPurgeFreq = interval(SettingsKey::PurgeFregRarely, 28800);
-        break;
-    case 1:
-        m_lPurgeFreq = interval(SettingsKey::PurgeFregNormally, 14400);
-        break;
-    case 2:
-        m_lPurgeFreq = interval(SettingsKey::PurgeFregOften, 7200);
-        break;
-    default:
-        break;
-    }
+    m_lPurgeFreq = PurgeFrequency::interval(m_settings.defaults(), m_nFreq, m_lPurgeFreq);
 }
 
 QString QBPurgeController::prefDescription() const

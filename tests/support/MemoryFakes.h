@@ -101,6 +101,8 @@ class FakeBlockAllocator final : public BlockAllocator
 public:
     void* allocate(std::size_t size) override
     {
+        if (delayMicroseconds > 0)
+            std::this_thread::sleep_for(std::chrono::microseconds(delayMicroseconds));
         std::lock_guard lock(m_mutex);
         if (m_failAt >= 0 && m_allocations >= m_failAt)
             return nullptr;
@@ -156,6 +158,7 @@ public:
     }
 
     std::atomic<quint64> held{0};
+    std::atomic<int> delayMicroseconds{0}; // time each allocation takes
 
 private:
     mutable std::mutex m_mutex;
