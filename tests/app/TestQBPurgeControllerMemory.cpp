@@ -1,0 +1,293 @@
+#include "app/CleanMemoryButton.h"
+#include "app/DistributedNotificationCenter.h"
+#include "app/NotificationCenter.h"
+#include "app/PanelWindow.h"
+#include "app/QBPurgeController.h"
+#include "app/Settings.h"
+#include "memory/PurgeManager.h"
+#include "support/ManualClock.h"
+#include "support/MemoryFakes.h"
+#include "util/MacOSVersion.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdio>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+constexpr quint64 kPage = 4096;
+// 100 blocks of purge, 256,000 pages of 4 KiB.
+constexpr quint64 kPhysical = 100 * PurgeManager::kBlockSize;
+constexpr quint64 kTotalPages = kPhysical / kPage;
+
+VmStatistics64 usedShare(double fraction)
+{
+    VmStatistics64 s;
+    s.internal_page_count = quint64(double(kTotalPages) * fraction);
+    s.active_count = s.internal_page_count;
+    return s;
+}
+
+// A notification server on the test's private session bus.
+class FakeNotificationServer : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+public:
+    int calls = 0;
+public slots:
+    uint Notify(const QString&, uint, const QString&, const QString&, const QString&, const QStringList&,
+                const QVariantMap&, int)
+    {
+        return uint(++calls);
+    }
+};
+
+} // namespace
+
+class TestQBPurgeControllerMemory : public QObject
+{
+    Q_OBJECT
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<UserDefaults> m_standard;
+    std::unique_ptr<UserDefaults> m_group;
+    std::unique_ptr<MacOSVersion> m_version;
+    std::unique_ptr<Settings> m_settings;
+    std::unique_ptr<NotificationCenter> m_center;
+    std::unique_ptr<DistributedNotificationCenter> m_distributed;
+    std::unique_ptr<ManualClock> m_clock;
+    std::unique_ptr<FakeMemoryInfo> m_info;
+    std::unique_ptr<FakeBlockAllocator> m_allocator;
+    std::unique_ptr<PurgeManager> m_purge;
+    int m_run = 0;
+
+    std::unique_ptr<QBPurgeController> makeController()
+    {
+        QBPurgeController::Collaborators c;
+        c.settings = m_settings.get();
+        c.center = m_center.get();
+        c.distributed = m_distributed.get();
+        c.clock = m_clock.get();
+        c.memoryInfo = m_info.get();
+        c.purgeManager = m_purge.get();
+        c.useTray = false;
+        return std::make_unique<QBPurgeController>(c);
+    }
+
+    std::unique_ptr<QBPurgeController> startedController()
+    {
+        auto controller = makeController();
+        controller->awakeFromNib();
+        m_clock->advance(0);
+        return controller;
+    }
+
+    void openExpandedPanel(QBPurgeController& controller)
+    {
+        PanelWindow* panel = controller.panel();
+        panel->show();
+        if (!panel->isDisclosureButtonExpanded())
+            panel->expandDisclosureButton();
+        QVERIFY(panel->shouldUpdateTrackedSystemInfo());
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        const QString s = m_dir.filePath(QStringLiteral("s%1.json").arg(++m_run));
+        m_standard = std::make_unique<UserDefaults>(s);
+        m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g%1.json").arg(m_run)));
+        m_version = std::make_unique<MacOSVersion>(std::nullopt);
+        m_clock = std::make_unique<ManualClock>();
+        m_settings = std::make_unique<Settings>(*m_standard, *m_group, *m_version, *m_clock);
+        m_center = std::make_unique<NotificationCenter>();
+        m_distributed = std::make_unique<DistributedNotificationCenter>(QDBusConnection(QStringLiteral("none")));
+        m_standard->setObject(true, SettingsKey::WelcomeDialogDisplayed);
+
+        m_info = std::make_unique<FakeMemoryInfo>();
+        m_info->setPhysical(kPhysical);
+        m_info->setPageSize(kPage);
+        m_info->setStatistics(usedShare(0.5));
+        m_allocator = std::make_unique<FakeBlockAllocator>();
+        m_info->setAvailable(1024ull << 30, 1024ull << 30, &m_allocator->held);
+        PurgeManager::Collaborators pc;
+        pc.memoryInfo = m_info.get();
+        pc.allocator = m_allocator.get();
+        pc.sleep = [](int) { std::this_thread::sleep_for(std::chrono::microseconds(200)); };
+        m_purge = std::make_unique<PurgeManager>(pc);
+    }
+
+    void cleanup() { m_purge.reset(); }
+
+    void closedPanelCostsOneSampleOnly()
+    {
+        auto controller = startedController();
+        QCOMPARE(m_info->statisticsReads(), 1); // the first tick always samples
+        controller->panel()->close();
+        m_clock->advance(5000);
+        QCOMPARE(m_info->statisticsReads(), 1);
+
+        openExpandedPanel(*controller);
+        m_info->setStatistics(usedShare(0.25));
+        m_clock->advance(3000);
+        QCOMPARE(m_info->statisticsReads(), 4);
+        QCOMPARE(controller->panel()->titleText(), QStringLiteral("25%"));
+        QCOMPARE(controller->panel()->subtitleText(), QStringLiteral("250 MB used of 0.98 GB"));
+    }
+
+    void failedSampleEndsTheLoop()
+    {
+        auto controller = startedController();
+        openExpandedPanel(*controller);
+        m_clock->advance(2000);
+        const int reads = m_info->statisticsReads();
+        const QString shown = controller->panel()->titleText();
+        m_info->setStatisticsFail(true);
+        m_clock->advance(1000);
+        QCOMPARE(m_info->statisticsReads(), reads + 1);
+        m_info->setStatisticsFail(false);
+        m_clock->advance(10000);
+        QCOMPARE(m_info->statisticsReads(), reads + 1);    // never asked again this session
+        QCOMPARE(controller->panel()->titleText(), shown); // the last figures stay
+    }
+
+    void unknownPageSizeFallsBackTo4096()
+    {
+        m_info->setPageSize(0);
+        std::fflush(stderr);
+        auto controller = makeController();
+        controller->initMemoryValues();
+        QCOMPARE(controller->calculateTotalPages(), kPhysical / 4096);
+    }
+
+    void twoQuickPressesPurgeOnceAndRecordTheGain()
+    {
+        auto controller = startedController();
+        openExpandedPanel(*controller);
+        CleanMemoryButton* button = controller->panel()->cleanButton();
+        QCOMPARE(controller->panel()->lastCleanedText(), QString());
+
+        controller->panelCleanButtonPressed();
+        controller->panelCleanButtonPressed();
+        QVERIFY(controller->isPurging());
+        QVERIFY(!button->isEnabled());
+        QVERIFY(button->isInProgress());
+        QCOMPARE(button->text(), QStringLiteral("Cleaning..."));
+        // The purge frees a tenth of memory; sampling pauses meanwhile.
+        m_info->setStatistics(usedShare(0.4));
+        const int readsBefore = m_info->statisticsReads();
+        QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
+        QCOMPARE(m_allocator->allocations(), 100);
+        QVERIFY(m_info->statisticsReads() > readsBefore);
+
+        const quint64 gain = (usedShare(0.5).internal_page_count - usedShare(0.4).internal_page_count) * kPage;
+        QCOMPARE(m_settings->cleanedSize(), gain);
+        QVERIFY(button->isEnabled());
+        QVERIFY(!button->isInProgress());
+        QCOMPARE(button->text(), QStringLiteral("Cleanup"));
+        QCOMPARE(controller->panel()->lastCleanedText(), QStringLiteral("100 MB cleaned 3:07PM"));
+        QCOMPARE(controller->panel()->titleText(), QStringLiteral("40%"));
+
+        // A purge without a measurable gain records nothing; a later gain adds to the total.
+        controller->onFreeMemory(false);
+        QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
+        QCOMPARE(m_settings->cleanedSize(), gain);
+        QCOMPARE(m_allocator->allocations(), 200);
+        m_clock->advance(60 * 60 * 1000);
+        controller->onFreeMemory(false);
+        m_info->setStatistics(usedShare(0.3));
+        QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
+        QCOMPARE(m_settings->cleanedSize(), 2 * gain);
+        QCOMPARE(controller->panel()->lastCleanedText(), QStringLiteral("100 MB cleaned 4:07PM"));
+        QCOMPARE(UserDefaults(m_standard->filePath()).integerForKey(SettingsKey::CleanedSize), qint64(2 * gain));
+    }
+
+    void purgeProgressReachesTheButton()
+    {
+        auto controller = startedController();
+        CleanMemoryButton* button = controller->panel()->cleanButton();
+        m_allocator->delayMicroseconds = 3000; // a fill of about 0.3 s, long enough to watch
+        controller->onFreeMemory(true);
+        QList<float> seen;
+        while (controller->isPurging()) {
+            seen.append(button->progress());
+            QTest::qWait(10);
+        }
+        QVERIFY2(std::any_of(seen.begin(), seen.end(), [](float p) { return p > 0.05f && p < 0.5f; }),
+                 "the fill's progress shows on the button");
+        QCOMPARE(button->progress(), 0.0f); // reset when the purge is over
+    }
+
+    void notificationStaysDormant()
+    {
+        // Even a large amount shows nothing: no path of the program turns the notice on.
+        FakeNotificationServer server;
+        QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("server"));
+        QVERIFY2(bus.isConnected(), "needs a session bus");
+        QVERIFY(bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server,
+                                   QDBusConnection::ExportAllSlots));
+        QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.Notifications")));
+        auto controller = startedController();
+        controller->showIfNeededNotificationWithCleanSize(500000001);
+        controller->showIfNeededNotificationWithCleanSize(4000000000);
+        QTest::qWait(300);
+        QCOMPARE(server.calls, 0);
+        bus.unregisterService(QStringLiteral("org.freedesktop.Notifications"));
+        bus.unregisterObject(QStringLiteral("/org/freedesktop/Notifications"));
+    }
+
+    void descriptionFollowsThePreferences_data()
+    {
+        QTest::addColumn<bool>("autoFree");
+        QTest::addColumn<int>("frequency");
+        QTest::addColumn<double>("usage");
+        QTest::addColumn<QString>("text");
+        const QString off = QStringLiteral("*Check on to free up system memory automatically.");
+        QTest::newRow("off") << false << 1 << 0.8 << off;
+        QTest::newRow("off ignores the rest") << false << 2 << 0.3 << off;
+        QTest::newRow("rarely") << true << 0 << 0.8
+                                << "*Free up automatically every 8 hours if memory is used on 80% and if CPU "
+                                   "usage is less than 20%.";
+        QTest::newRow("normally") << true << 1 << 0.5
+                                  << "*Free up automatically every 4 hours if memory is used on 50% and if CPU "
+                                     "usage is less than 20%.";
+        // The usage figure is truncated, not rounded.
+        QTest::newRow("often, truncated") << true << 2 << 0.57
+                                          << "*Free up automatically every 2 hours if memory is used on 56% and if "
+                                             "CPU usage is less than 20%.";
+    }
+
+    void descriptionFollowsThePreferences()
+    {
+        QFETCH(bool, autoFree);
+        QFETCH(int, frequency);
+        QFETCH(double, usage);
+        auto controller = makeController();
+        controller->onPrefFreq(frequency);
+        controller->onPrefMemUsage(usage);
+        controller->onPrefAutoFree(autoFree);
+        QTEST(controller->prefDescription(), "text");
+        const UserDefaults stored(m_standard->filePath());
+        QCOMPARE(stored.objectForKey(SettingsKey::AutoFree), QVariant(autoFree));
+        QCOMPARE(stored.integerForKey(SettingsKey::Frequency), qint64(frequency));
+        QCOMPARE(stored.doubleForKey(SettingsKey::UsageLimit), usage);
+    }
+
+    void turnOnNotificationSwitchesAutoFreeOn()
+    {
+        auto controller = startedController();
+        QVERIFY(controller->prefDescription().startsWith(QStringLiteral("*Check on")));
+        QBPurgeController::TurnOnAutoStartAndAutoFree(*m_center);
+        QVERIFY(controller->prefDescription().startsWith(QStringLiteral("*Free up automatically every 4 hours")));
+        QCOMPARE(UserDefaults(m_standard->filePath()).objectForKey(SettingsKey::AutoFree), QVariant(true));
+    }
+};
+
+QTEST_MAIN(TestQBPurgeControllerMemory)
+#include "TestQBPurgeControllerMemory.moc"
