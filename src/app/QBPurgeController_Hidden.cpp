@@ -61,6 +61,11 @@ void QBPurgeController::startHiddenFilesTracking()
     manager.startTrackingSystemValue();
     manager.applyStoredValue();
 
+    // A tray program is "activated" when its panel takes the focus; the application state alone does
+    // not change where no window manager moves the focus away.
+    m_center.addObserver(
+        PanelWindow::PanelWindowDidBecomeActiveNotification(), nullptr, this,
+        [this](const Notification&) { hiddenManagerOr(m_hiddenManager).applicationDidBecomeActiveAction(); });
     m_center.addObserver(HiddenManager::showHiddenStatusChangedNotificationName(), nullptr, this,
                          [this](const Notification&) { prepareUpdateStatusIcon(); });
     m_center.addObserver(HiddenManager::stateUpdateNotificationName(), nullptr, this, [this](const Notification&) {
