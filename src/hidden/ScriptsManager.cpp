@@ -14,6 +14,8 @@
 
 namespace {
 
+const QString kBackendsLibrary = QStringLiteral("HiddenFilesBackends");
+
 ScriptError runnerError(const QString& description = {})
 {
     return ScriptError{ScriptError::appDomain(), -1, description};
@@ -90,6 +92,25 @@ void ScriptsManager::setApplicationActivation(std::function<bool()> isActive, st
     m_activateApplication = std::move(activate);
 }
 
+std::optional<ScriptError> ScriptsManager::copyFromBundleIfMissing(const QString& name) const
+{
+    const QString path = scriptFilePathWithName(name, nullptr);
+    if (QFileInfo::exists(path))
+        return std::nullopt;
+    if (!m_diskAccess.isUserFolderAccessible())
+        return runnerError();
+    const QString shipped = bundlePathWithName(name);
+    if (!QFileInfo::exists(shipped))
+        return runnerError();
+    QFile source(shipped);
+    if (!source.copy(path))
+        return runnerError(QStringLiteral("Can not copy %1 to %2: %3").arg(shipped, path, source.errorString()));
+    // Copies out of the resources are read-only; the user may want to edit theirs.
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
+                                    QFileDevice::ReadOther);
+    return std::nullopt;
+}
+
 void ScriptsManager::executeAppleScript(const QString& name, const QStringList& arguments, Completion completion)
 {
     // Completions always come later, from the event loop, as they would from a separate process.
@@ -103,20 +124,12 @@ void ScriptsManager::executeAppleScript(const QString& name, const QStringList& 
     const QString path = scriptFilePathWithName(name, &pathError);
     if (path.isEmpty())
         return fail(pathError);
-
-    if (!QFileInfo::exists(path)) {
-        if (!m_diskAccess.isUserFolderAccessible())
-            return fail(runnerError());
-        const QString shipped = bundlePathWithName(name);
-        if (!QFileInfo::exists(shipped))
-            return fail(runnerError());
-        QFile source(shipped);
-        if (!source.copy(path))
-            return fail(
-                runnerError(QStringLiteral("Can not copy %1 to %2: %3").arg(shipped, path, source.errorString())));
-        // Copies out of the resources are read-only; the user may want to edit theirs.
-        QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
-                                        QFileDevice::ReadOther);
+    if (auto error = copyFromBundleIfMissing(name))
+        return fail(*error);
+    // The hidden-files scripts source their shared library from the folder they run in.
+    if (QFileInfo::exists(bundlePathWithName(kBackendsLibrary))) {
+        if (auto error = copyFromBundleIfMissing(kBackendsLibrary))
+            return fail(*error);
     }
 
     const bool changesFocus = doScriptWithNameChangesFocus(name);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "hidden/ScriptRunner.h"
 
 #include <QObject>
@@ -38,6 +40,8 @@ public:
     // The full path in the Scripts folder (created when missing), or "" and an error.
     QString scriptFilePathWithName(const QString& name, ScriptError* error) const;
     QString bundlePathWithName(const QString& name) const;
+    // Copies a shipped script into the Scripts folder unless a copy is there already.
+    std::optional<ScriptError> copyFromBundleIfMissing(const QString& name) const;
 
     static bool doScriptWithNameChangesFocus(const QString& name);
     // True while a script that takes the focus from the program runs: losing the focus then is no
