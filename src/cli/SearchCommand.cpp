@@ -22,6 +22,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -257,20 +259,30 @@ int finish(long found, long total, const Options& options)
 int searchUnclassified(const QByteArray& root, const QByteArray& needle, const Options& options, Progress& progress)
 {
     PathPrinter printer(options.nulSeparated ? '\0' : '\n', !options.countOnly);
-    std::atomic<bool> done{false};
+    std::mutex mutex;
+    std::condition_variable ended;
+    bool done = false;
     std::thread scan([&] {
         walkerScan(root.constData(), needle.constData(), &printer);
+        std::lock_guard lock(mutex);
         done = true;
+        ended.notify_one();
     });
     bool cancelled = false;
-    while (!done) {
+    int ticks = 0;
+    for (;;) {
+        {
+            // Woken at once when the walk ends; every 10 ms otherwise, for Ctrl-C and the progress line.
+            std::unique_lock lock(mutex);
+            if (ended.wait_for(lock, std::chrono::milliseconds(10), [&] { return done; }))
+                break;
+        }
         if (gInterrupted && !cancelled) {
             cancelled = true;
             walkerCancel();
         }
-        progress.show(printer.found(), walkerTotalFiles());
-        for (int i = 0; i < kProgressMillis / 10 && !done && !(gInterrupted && !cancelled); ++i)
-            usleep(10 * 1000);
+        if (++ticks % (kProgressMillis / 10) == 0)
+            progress.show(printer.found(), walkerTotalFiles());
     }
     scan.join();
     printer.flush();
