@@ -7,7 +7,9 @@
 #     bench/search.sh [TREE] [TROVIX]
 #
 # TREE defaults to /tmp/trovix-search-bench/tree (made with bench/make-tree.py when absent);
-# TROVIX defaults to build/trovix. Needs hyperfine, fdfind, bfs, python3 and a C++ compiler.
+# TROVIX defaults to build/trovix and must be an optimised build (-DCMAKE_BUILD_TYPE=Release); an
+# unoptimised walker spends its time in std::array::operator[]. Needs hyperfine, fdfind, bfs, python3
+# and a C++ compiler. RUNS (default 10) and NEEDLES (default "report quasar") may be set.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 tree=${1:-/tmp/trovix-search-bench/tree}
