@@ -7,6 +7,7 @@
 #include "Settings.h"
 #include "Texts.h"
 #include "WelcomeDialog.h"
+#include "util/MacOSVersion.h"
 
 #include <QAction>
 #include <QApplication>
@@ -40,6 +41,7 @@ QBPurgeController::QBPurgeController(Collaborators c, QObject* parent)
     , m_center(c.center ? *c.center : NotificationCenter::defaultCenter())
     , m_distributed(c.distributed ? *c.distributed : DistributedNotificationCenter::defaultCenter())
     , m_clock(c.clock ? *c.clock : Clock::system())
+    , m_version(c.version ? *c.version : MacOSVersion::GetInstance())
     , m_hiddenManager(c.hiddenManager)
     , m_scriptsManager(c.scriptsManager)
     , m_searchManager(c.searchManager)
@@ -113,7 +115,7 @@ void QBPurgeController::awakeFromNib()
 
 void QBPurgeController::initValues()
 {
-    m_bIsOSXMavericksOrHigher = true; // every version query answers YES here
+    m_bIsOSXMavericksOrHigher = m_version.is_10_9_orHigher();
     m_bUse64Statictics = m_bIsOSXMavericksOrHigher;
     UserDefaults& d = m_settings.defaults();
     // Automatic free-up is off after every launch, before anything reads it.

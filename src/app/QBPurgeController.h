@@ -15,6 +15,7 @@
 class AboutWindow;
 class DistributedNotificationCenter;
 class HiddenManager;
+class MacOSVersion;
 class MemoryInfo;
 class NotificationCenter;
 class PanelWindow;
@@ -44,6 +45,7 @@ public:
         NotificationCenter* center = nullptr;
         DistributedNotificationCenter* distributed = nullptr;
         Clock* clock = nullptr;
+        const MacOSVersion* version = nullptr;
         HiddenManager* hiddenManager = nullptr;
         ScriptsManager* scriptsManager = nullptr;
         SearchManager* searchManager = nullptr;
@@ -164,6 +166,7 @@ private:
     NotificationCenter& m_center;
     DistributedNotificationCenter& m_distributed;
     Clock& m_clock;
+    const MacOSVersion& m_version;
     HiddenManager* m_hiddenManager;
     ScriptsManager* m_scriptsManager;
     SearchManager* m_searchManager;

@@ -3,7 +3,7 @@
 #include "app/PanelWindow.h"
 #include "app/PanelWindowDelegate.h"
 #include "app/Settings.h"
-#include "support/ManualClock.h"
+#include "support/SettingsFixture.h"
 #include "util/MacOSVersion.h"
 
 #include <QApplication>
@@ -44,28 +44,18 @@ class TestPanelWindow : public QObject
 {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir;
-    std::unique_ptr<UserDefaults> m_standard;
-    std::unique_ptr<UserDefaults> m_group;
-    std::unique_ptr<MacOSVersion> m_version;
-    std::unique_ptr<Settings> m_settings;
-    NotificationCenter m_center;
-    ManualClock m_clock;
+    std::unique_ptr<SettingsFixture> m_home;
     RecordingDelegate m_delegate;
 
     std::unique_ptr<PanelWindow> makePanel()
     {
-        return std::make_unique<PanelWindow>(m_delegate, *m_settings, m_center, m_clock);
+        return std::make_unique<PanelWindow>(m_delegate, m_home->settings, m_home->center, m_home->clock);
     }
 
 private Q_SLOTS:
     void init()
     {
-        QFile::remove(m_dir.filePath(QStringLiteral("s.json")));
-        m_standard = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("s.json")));
-        m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g.json")));
-        m_version = std::make_unique<MacOSVersion>(std::nullopt);
-        m_settings = std::make_unique<Settings>(*m_standard, *m_group, *m_version, m_clock);
+        m_home = std::make_unique<SettingsFixture>();
         m_delegate = RecordingDelegate();
     }
 
@@ -93,8 +83,8 @@ private Q_SLOTS:
 
     void clickOnDetachedPanelReattachesIt()
     {
-        m_standard->setObject(false, SettingsKey::WindowLock);
-        m_settings->saveWindowFramePosition(QRect(40, 300, 320, 200));
+        m_home->standard.setObject(false, SettingsKey::WindowLock);
+        m_home->settings.saveWindowFramePosition(QRect(40, 300, 320, 200));
         auto panel = makePanel();
         QVERIFY(!panel->isLocked());
         panel->showWindowIfNotLocked(); // a detached panel opens at start where it was left
@@ -103,7 +93,7 @@ private Q_SLOTS:
         panel->processActionOfStatusItem(true);
         QVERIFY(panel->isVisible());
         QVERIFY(panel->isLocked());
-        QVERIFY(m_settings->isWindowLocked());
+        QVERIFY(m_home->settings.isWindowLocked());
         QVERIFY(panel->geometry().top() > m_delegate.trayFrame.bottom());
     }
 
@@ -119,8 +109,8 @@ private Q_SLOTS:
         QApplication::sendEvent(panel.get(), &move);
         QTest::mouseRelease(panel.get(), Qt::LeftButton, {}, grab + QPoint(-200, 150));
         QVERIFY(!panel->isLocked());
-        QVERIFY(!m_settings->isWindowLocked());
-        const auto stored = m_settings->restoreWindowFramePosition(panel->size(), QRect());
+        QVERIFY(!m_home->settings.isWindowLocked());
+        const auto stored = m_home->settings.restoreWindowFramePosition(panel->size(), QRect());
         QVERIFY(stored.has_value());
         QCOMPARE(*stored, panel->frameGeometry().topLeft());
     }
@@ -166,9 +156,9 @@ private Q_SLOTS:
         // New figures arrive while the cleaned line shows: they wait for the revert.
         panel->fillInfoPanelWithUsedMemoryPercent(0.25, 2LL << 30, 8LL << 30);
         QCOMPARE(panel->subtitleText(), QStringLiteral("700 MB cleaned 3:07PM"));
-        m_clock.advance(29999);
+        m_home->clock.advance(29999);
         QCOMPARE(panel->subtitleTag(), 2);
-        m_clock.advance(1);
+        m_home->clock.advance(1);
         QCOMPARE(panel->subtitleTag(), 1);
         QCOMPARE(panel->subtitleText(), QStringLiteral("2.00 GB used of 8.00 GB"));
     }
@@ -181,7 +171,7 @@ private Q_SLOTS:
         panel->onPurgedMemory();
         panel->subtitleLabelClicked();
         QCOMPARE(panel->subtitleTag(), 1);
-        QCOMPARE(m_clock.pendingCount(), 0);
+        QCOMPARE(m_home->clock.pendingCount(), 0);
     }
 
     void searchHandOffGivesTheTextAndClosesAnAttachedPanel()

@@ -4,7 +4,7 @@
 #include "app/QBAppDelegate.h"
 #include "app/QBPurgeController.h"
 #include "app/Settings.h"
-#include "support/ManualClock.h"
+#include "support/SettingsFixture.h"
 #include "util/MacOSVersion.h"
 
 #include <QApplication>
@@ -21,45 +21,26 @@ class TestQBPurgeController : public QObject
 {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir;
-    std::unique_ptr<UserDefaults> m_standard;
-    std::unique_ptr<UserDefaults> m_group;
-    std::unique_ptr<MacOSVersion> m_version;
-    std::unique_ptr<Settings> m_settings;
-    std::unique_ptr<NotificationCenter> m_center;
-    std::unique_ptr<DistributedNotificationCenter> m_distributed;
-    ManualClock m_clock;
+    std::unique_ptr<SettingsFixture> m_home;
 
     std::unique_ptr<QBPurgeController> makeController()
     {
-        QBPurgeController::Collaborators c;
-        c.settings = m_settings.get();
-        c.center = m_center.get();
-        c.distributed = m_distributed.get();
-        c.clock = &m_clock;
-        c.useTray = false;
-        return std::make_unique<QBPurgeController>(c);
+        return std::make_unique<QBPurgeController>(m_home->collaborators());
     }
 
 private Q_SLOTS:
     void init()
     {
-        QFile::remove(m_dir.filePath(QStringLiteral("s.json")));
-        m_standard = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("s.json")));
-        m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g.json")));
-        m_version = std::make_unique<MacOSVersion>(std::nullopt);
-        m_settings = std::make_unique<Settings>(*m_standard, *m_group, *m_version, m_clock);
-        m_center = std::make_unique<NotificationCenter>();
-        m_distributed = std::make_unique<DistributedNotificationCenter>(QDBusConnection(QStringLiteral("none")));
+        m_home = std::make_unique<SettingsFixture>();
         // The welcome dialog would open at a first start; it has its own test below.
-        m_standard->setObject(true, SettingsKey::WelcomeDialogDisplayed);
+        m_home->standard.setObject(true, SettingsKey::WelcomeDialogDisplayed);
     }
 
     void firstStartWritesExactlyTheDefaults()
     {
         auto controller = makeController();
         controller->awakeFromNib();
-        const UserDefaults reread(m_standard->filePath());
+        const UserDefaults reread(m_home->standard.filePath());
         QCOMPARE(reread.objectForKey(SettingsKey::Initialized), QVariant(true));
         QCOMPARE(reread.objectForKey(SettingsKey::AutoFree), QVariant(false));
         QCOMPARE(reread.objectForKey(SettingsKey::PurgeAfterHugeAppQuit), QVariant(true));
@@ -70,14 +51,14 @@ private Q_SLOTS:
 
     void laterStartReadsStoredValuesButAutoFreeIsAlwaysOff()
     {
-        m_standard->setObject(true, SettingsKey::Initialized);
-        m_standard->setObject(true, SettingsKey::AutoFree);
-        m_standard->setObject(2, SettingsKey::Frequency);
-        m_standard->setObject(0.65, SettingsKey::UsageLimit);
-        m_standard->setObject(false, SettingsKey::PurgeAfterHugeAppQuit);
+        m_home->standard.setObject(true, SettingsKey::Initialized);
+        m_home->standard.setObject(true, SettingsKey::AutoFree);
+        m_home->standard.setObject(2, SettingsKey::Frequency);
+        m_home->standard.setObject(0.65, SettingsKey::UsageLimit);
+        m_home->standard.setObject(false, SettingsKey::PurgeAfterHugeAppQuit);
         auto controller = makeController();
         controller->awakeFromNib();
-        const UserDefaults reread(m_standard->filePath());
+        const UserDefaults reread(m_home->standard.filePath());
         QCOMPARE(reread.objectForKey(SettingsKey::AutoFree), QVariant(false));
         QCOMPARE(reread.integerForKey(SettingsKey::Frequency), 2);
         QCOMPARE(reread.doubleForKey(SettingsKey::UsageLimit), 0.65);
@@ -95,13 +76,13 @@ private Q_SLOTS:
 
     void showMainWindowNotificationOpensOrRaisesThePanel()
     {
-        m_standard->setObject(true, SettingsKey::Initialized);
+        m_home->standard.setObject(true, SettingsKey::Initialized);
         auto controller = makeController();
         controller->awakeFromNib();
         controller->panel()->close();
-        QBPurgeController::ShowMainWindowAndMakeActive(*m_center);
+        QBPurgeController::ShowMainWindowAndMakeActive(m_home->center);
         QVERIFY(controller->panel()->isVisible());
-        m_center->post(QStringLiteral("ShowWindowAfterStart"));
+        m_home->center.post(QStringLiteral("ShowWindowAfterStart"));
         QVERIFY(controller->panel()->isVisible()); // already open: stays open
     }
 
@@ -113,12 +94,12 @@ private Q_SLOTS:
                 return w->objectName() == QLatin1String("WelcomeDialog") && w->isVisible();
             });
         };
-        m_standard->removeObjectForKey(SettingsKey::WelcomeDialogDisplayed);
+        m_home->standard.removeObjectForKey(SettingsKey::WelcomeDialogDisplayed);
         {
             auto controller = makeController();
             controller->awakeFromNib();
             QVERIFY(welcomeVisible());
-            QVERIFY(m_standard->boolForKey(SettingsKey::WelcomeDialogDisplayed));
+            QVERIFY(m_home->standard.boolForKey(SettingsKey::WelcomeDialogDisplayed));
             // A click on the tray icon closes the welcome dialog first.
             controller->statusItemAction();
             QVERIFY(!welcomeVisible());
@@ -177,13 +158,13 @@ private Q_SLOTS:
 
     void showWindowAfterStartCountsOnlyAfterTheProgramName()
     {
-        m_standard->setObject(true, SettingsKey::SuppressAlertMoveToApplications);
+        m_home->standard.setObject(true, SettingsKey::SuppressAlertMoveToApplications);
         auto controller = makeController();
-        QBAppDelegate delegate(*controller, *m_settings, *m_center, *m_distributed);
+        QBAppDelegate delegate(*controller, m_home->settings, m_home->center, m_home->distributed);
         int posts = 0;
         QObject ctx;
-        m_center->addObserver(QStringLiteral("ShowWindowAfterStart"), nullptr, &ctx,
-                              [&](const Notification&) { ++posts; });
+        m_home->center.addObserver(QStringLiteral("ShowWindowAfterStart"), nullptr, &ctx,
+                                   [&](const Notification&) { ++posts; });
         delegate.applicationDidFinishLaunching({QStringLiteral("ShowWindowAfterStart")});
         QCOMPARE(posts, 0);
         delegate.applicationDidFinishLaunching(
@@ -193,12 +174,12 @@ private Q_SLOTS:
 
     void legacyLoginKeysAreRemoved()
     {
-        m_standard->setObject(true, SettingsKey::AutoStart);
-        m_standard->setObject(QStringLiteral("yes"), SettingsKey::AutoStartToggledByUser);
+        m_home->standard.setObject(true, SettingsKey::AutoStart);
+        m_home->standard.setObject(QStringLiteral("yes"), SettingsKey::AutoStartToggledByUser);
         auto controller = makeController();
-        QBAppDelegate delegate(*controller, *m_settings, *m_center, *m_distributed);
+        QBAppDelegate delegate(*controller, m_home->settings, m_home->center, m_home->distributed);
         delegate.removeLegacyLoginKeys();
-        const UserDefaults reread(m_standard->filePath());
+        const UserDefaults reread(m_home->standard.filePath());
         QVERIFY(!reread.contains(SettingsKey::AutoStart));
         QVERIFY(!reread.contains(SettingsKey::AutoStartToggledByUser));
     }

@@ -5,8 +5,8 @@
 #include "app/QBPurgeController.h"
 #include "app/Settings.h"
 #include "memory/PurgeManager.h"
-#include "support/ManualClock.h"
 #include "support/MemoryFakes.h"
+#include "support/SettingsFixture.h"
 #include "util/MacOSVersion.h"
 
 #include <QApplication>
@@ -54,29 +54,16 @@ class TestQBPurgeControllerMemory : public QObject
 {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir;
-    std::unique_ptr<UserDefaults> m_standard;
-    std::unique_ptr<UserDefaults> m_group;
-    std::unique_ptr<MacOSVersion> m_version;
-    std::unique_ptr<Settings> m_settings;
-    std::unique_ptr<NotificationCenter> m_center;
-    std::unique_ptr<DistributedNotificationCenter> m_distributed;
-    std::unique_ptr<ManualClock> m_clock;
+    std::unique_ptr<SettingsFixture> m_home;
     std::unique_ptr<FakeMemoryInfo> m_info;
     std::unique_ptr<FakeBlockAllocator> m_allocator;
     std::unique_ptr<PurgeManager> m_purge;
-    int m_run = 0;
 
     std::unique_ptr<QBPurgeController> makeController()
     {
-        QBPurgeController::Collaborators c;
-        c.settings = m_settings.get();
-        c.center = m_center.get();
-        c.distributed = m_distributed.get();
-        c.clock = m_clock.get();
+        QBPurgeController::Collaborators c = m_home->collaborators();
         c.memoryInfo = m_info.get();
         c.purgeManager = m_purge.get();
-        c.useTray = false;
         return std::make_unique<QBPurgeController>(c);
     }
 
@@ -84,7 +71,7 @@ private:
     {
         auto controller = makeController();
         controller->awakeFromNib();
-        m_clock->advance(0);
+        m_home->clock.advance(0);
         return controller;
     }
 
@@ -100,15 +87,8 @@ private:
 private Q_SLOTS:
     void init()
     {
-        const QString s = m_dir.filePath(QStringLiteral("s%1.json").arg(++m_run));
-        m_standard = std::make_unique<UserDefaults>(s);
-        m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g%1.json").arg(m_run)));
-        m_version = std::make_unique<MacOSVersion>(std::nullopt);
-        m_clock = std::make_unique<ManualClock>();
-        m_settings = std::make_unique<Settings>(*m_standard, *m_group, *m_version, *m_clock);
-        m_center = std::make_unique<NotificationCenter>();
-        m_distributed = std::make_unique<DistributedNotificationCenter>(QDBusConnection(QStringLiteral("none")));
-        m_standard->setObject(true, SettingsKey::WelcomeDialogDisplayed);
+        m_home = std::make_unique<SettingsFixture>();
+        m_home->standard.setObject(true, SettingsKey::WelcomeDialogDisplayed);
 
         m_info = std::make_unique<FakeMemoryInfo>();
         m_info->setPhysical(kPhysical);
@@ -130,12 +110,12 @@ private Q_SLOTS:
         auto controller = startedController();
         QCOMPARE(m_info->statisticsReads(), 1); // the first tick always samples
         controller->panel()->close();
-        m_clock->advance(5000);
+        m_home->clock.advance(5000);
         QCOMPARE(m_info->statisticsReads(), 1);
 
         openExpandedPanel(*controller);
         m_info->setStatistics(usedShare(0.25));
-        m_clock->advance(3000);
+        m_home->clock.advance(3000);
         QCOMPARE(m_info->statisticsReads(), 4);
         QCOMPARE(controller->panel()->titleText(), QStringLiteral("25%"));
         QCOMPARE(controller->panel()->subtitleText(), QStringLiteral("250 MB used of 0.98 GB"));
@@ -145,14 +125,14 @@ private Q_SLOTS:
     {
         auto controller = startedController();
         openExpandedPanel(*controller);
-        m_clock->advance(2000);
+        m_home->clock.advance(2000);
         const int reads = m_info->statisticsReads();
         const QString shown = controller->panel()->titleText();
         m_info->setStatisticsFail(true);
-        m_clock->advance(1000);
+        m_home->clock.advance(1000);
         QCOMPARE(m_info->statisticsReads(), reads + 1);
         m_info->setStatisticsFail(false);
-        m_clock->advance(10000);
+        m_home->clock.advance(10000);
         QCOMPARE(m_info->statisticsReads(), reads + 1);    // never asked again this session
         QCOMPARE(controller->panel()->titleText(), shown); // the last figures stay
     }
@@ -187,7 +167,7 @@ private Q_SLOTS:
         QVERIFY(m_info->statisticsReads() > readsBefore);
 
         const quint64 gain = (usedShare(0.5).internal_page_count - usedShare(0.4).internal_page_count) * kPage;
-        QCOMPARE(m_settings->cleanedSize(), gain);
+        QCOMPARE(m_home->settings.cleanedSize(), gain);
         QVERIFY(button->isEnabled());
         QVERIFY(!button->isInProgress());
         QCOMPARE(button->text(), QStringLiteral("Cleanup"));
@@ -197,15 +177,15 @@ private Q_SLOTS:
         // A purge without a measurable gain records nothing; a later gain adds to the total.
         controller->onFreeMemory(false);
         QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
-        QCOMPARE(m_settings->cleanedSize(), gain);
+        QCOMPARE(m_home->settings.cleanedSize(), gain);
         QCOMPARE(m_allocator->allocations(), 200);
-        m_clock->advance(60 * 60 * 1000);
+        m_home->clock.advance(60 * 60 * 1000);
         controller->onFreeMemory(false);
         m_info->setStatistics(usedShare(0.3));
         QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
-        QCOMPARE(m_settings->cleanedSize(), 2 * gain);
+        QCOMPARE(m_home->settings.cleanedSize(), 2 * gain);
         QCOMPARE(controller->panel()->lastCleanedText(), QStringLiteral("100 MB cleaned 4:07PM"));
-        QCOMPARE(UserDefaults(m_standard->filePath()).integerForKey(SettingsKey::CleanedSize), qint64(2 * gain));
+        QCOMPARE(UserDefaults(m_home->standard.filePath()).integerForKey(SettingsKey::CleanedSize), qint64(2 * gain));
     }
 
     void purgeProgressReachesTheButton()
@@ -273,7 +253,7 @@ private Q_SLOTS:
         controller->onPrefMemUsage(usage);
         controller->onPrefAutoFree(autoFree);
         QTEST(controller->prefDescription(), "text");
-        const UserDefaults stored(m_standard->filePath());
+        const UserDefaults stored(m_home->standard.filePath());
         QCOMPARE(stored.objectForKey(SettingsKey::AutoFree), QVariant(autoFree));
         QCOMPARE(stored.integerForKey(SettingsKey::Frequency), qint64(frequency));
         QCOMPARE(stored.doubleForKey(SettingsKey::UsageLimit), usage);
@@ -283,9 +263,9 @@ private Q_SLOTS:
     {
         auto controller = startedController();
         QVERIFY(controller->prefDescription().startsWith(QStringLiteral("*Check on")));
-        QBPurgeController::TurnOnAutoStartAndAutoFree(*m_center);
+        QBPurgeController::TurnOnAutoStartAndAutoFree(m_home->center);
         QVERIFY(controller->prefDescription().startsWith(QStringLiteral("*Free up automatically every 4 hours")));
-        QCOMPARE(UserDefaults(m_standard->filePath()).objectForKey(SettingsKey::AutoFree), QVariant(true));
+        QCOMPARE(UserDefaults(m_home->standard.filePath()).objectForKey(SettingsKey::AutoFree), QVariant(true));
     }
 };
 
