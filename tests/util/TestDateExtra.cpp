@@ -54,7 +54,6 @@ private Q_SLOTS:
         QTest::newRow("later today") << at(2026, 3, 7, 23, 59, 59) << "11:59PM";
         QTest::newRow("yesterday late") << at(2026, 3, 6, 23, 59, 59) << QString();
         QTest::newRow("tomorrow") << at(2026, 3, 8, 0, 0) << QString();
-        QTest::newRow("same day last month") << at(2026, 2, 7, 15, 7) << QString();
         QTest::newRow("same day last year") << at(2025, 3, 7, 15, 7) << QString();
         QTest::newRow("no date") << QDateTime() << QString();
     }
@@ -110,12 +109,8 @@ private Q_SLOTS:
                                    << "Opened more than 11 months ago";
         QTest::newRow("1 year") << at(2025, 3, 7, 15, 7) << "1 year ago"
                                 << "Opened more than 1 year ago";
-        QTest::newRow("2 years") << at(2024, 2, 29, 9, 0) << "2 years ago"
-                                 << "Opened more than 2 years ago";
         QTest::newRow("1 s ahead") << kNow.addSecs(1) << "just now"
                                    << "Just now";
-        QTest::newRow("2 days ahead") << at(2026, 3, 9, 15, 7) << "just now"
-                                      << "Just now";
         QTest::newRow("a year ahead") << at(2027, 3, 7, 15, 7) << "just now"
                                       << "Just now";
     }
@@ -230,13 +225,9 @@ private Q_SLOTS:
         QTest::newRow("next month, time kept") << at(2026, 3, 7, 15, 7, 9) << 1 << at(2026, 4, 7, 15, 7, 9);
         QTest::newRow("zero") << at(2026, 12, 31, 8) << 0 << at(2026, 12, 31, 8);
         QTest::newRow("wraps into next year") << at(2026, 11, 15) << 2 << at(2027, 1, 15);
-        QTest::newRow("December + 1") << at(2026, 12, 10) << 1 << at(2027, 1, 10);
         QTest::newRow("wraps into last year") << at(2026, 1, 15) << -1 << at(2025, 12, 15);
-        QTest::newRow("January - 12") << at(2026, 1, 10) << -12 << at(2025, 1, 10);
         QTest::newRow("31 Jan + 1 clamps") << at(2026, 1, 31) << 1 << at(2026, 2, 28);
         QTest::newRow("31 Mar - 1 clamps to leap day") << at(2024, 3, 31) << -1 << at(2024, 2, 29);
-        QTest::newRow("31 May + 12") << at(2026, 5, 31) << 12 << at(2027, 5, 31);
-        QTest::newRow("more than a year ahead") << at(2026, 3, 7) << 30 << at(2028, 9, 7);
         QTest::newRow("more than a year back") << at(2026, 3, 7) << -30 << at(2023, 9, 7);
         QTest::newRow("31 Aug + 18 clamps") << at(2026, 8, 31, 6) << 18 << at(2028, 2, 29, 6);
     }
@@ -254,7 +245,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("years");
         QTest::addColumn<QDateTime>("expected");
         QTest::newRow("29 Feb + 1") << at(2024, 2, 29, 10, 11, 12) << 1 << at(2025, 2, 28, 10, 11, 12);
-        QTest::newRow("29 Feb + 4") << at(2024, 2, 29) << 4 << at(2028, 2, 29);
         QTest::newRow("29 Feb - 1") << at(2024, 2, 29) << -1 << at(2023, 2, 28);
         QTest::newRow("29 Feb + 76 to 2100") << at(2024, 2, 29) << 76 << at(2100, 2, 28);
         QTest::newRow("ten years back") << kNow << -10 << at(2016, 3, 7, 15, 7);
@@ -285,7 +275,6 @@ private Q_SLOTS:
         QTest::newRow("fits") << 2026 << 3 << 7 << -1 << 7;
         QTest::newRow("31 February") << 2026 << 2 << 31 << -1 << 28;
         QTest::newRow("30 February, leap year") << 2024 << 2 << 30 << -1 << 29;
-        QTest::newRow("31 April") << 2026 << 4 << 31 << -1 << 30;
         QTest::newRow("month 14 is next February") << 2026 << 14 << 31 << -1 << 28;
         QTest::newRow("1900 is common in Gregorian") << 1900 << 2 << 29 << int(QCalendar::System::Gregorian) << 28;
         QTest::newRow("1900 is leap in Julian") << 1900 << 2 << 29 << int(QCalendar::System::Julian) << 29;
