@@ -68,315 +68,296 @@ class TestProcMemInfo : public QObject
 {
     Q_OBJECT
 private slots:
-    void countersFromFixtures_data();
-    void countersFromFixtures();
-    void parserKeepsUnitlessValuesAndSkipsJunk();
-    void availableNeedsMemAvailable_data();
-    void availableNeedsMemAvailable();
-    void limitTexts_data();
-    void limitTexts();
-    void cgroupLevels_data();
-    void cgroupLevels();
-    void cgroupRoomCountsInactiveCacheAsFree();
-    void readerTakesTheTighterCgroupLimit();
-    void missingFileFailsWithOneLine();
-    void missingFieldFailsWithOneLine();
-    void usedFigureOnThisMachineIsPlausible();
+    void countersFromFixtures_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<quint32>("pageSize");
+        QTest::addColumn<QString>("missing");
+        QTest::addColumn<quint64>("internal");
+        QTest::addColumn<quint64>("wired");
+        QTest::addColumn<quint64>("compressed");
+        QTest::addColumn<quint64>("active");
+        QTest::addColumn<quint64>("inactive");
+        QTest::addColumn<quint64>("freePages");
+
+        // Expected figures worked out by hand from the files (kB / 4 for 4 KiB pages).
+        // (14984 + 8788) / 4; (15408 + 23212 + 1388 + 1480 + 688) / 4
+        QTest::newRow("idle VM, kernel 6.18")
+            << "vm-6.18-idle.meminfo" << 4096u << "" << quint64(5943) << quint64(10544) << quint64(0) << quint64(36098)
+            << quint64(47265) << quint64(5998267);
+        // (6692396 + 493876) / 4; (142908 + 282636 + 28912 + 95736 + 10944) / 4; 1135840 / 4
+        QTest::newRow("desktop with zswap")
+            << "desktop-6.1-zswap.meminfo" << 4096u << "" << quint64(1796568) << quint64(140284) << quint64(283960)
+            << quint64(1468638) << quint64(1975545) << quint64(228086);
+        QTest::newRow("desktop with zswap, 16 KiB pages")
+            << "desktop-6.1-zswap.meminfo" << 16384u << "" << quint64(449142) << quint64(35071) << quint64(70990)
+            << quint64(367159) << quint64(493886) << quint64(57021);
+        QTest::newRow("old kernel without Shmem") << "server-2.6.18-no-shmem.meminfo" << 4096u << "Shmem" << quint64(0)
+                                                  << quint64(0) << quint64(0) << quint64(0) << quint64(0) << quint64(0);
+        QTest::newRow("unknown page size") << "vm-6.18-idle.meminfo" << 0u << "" << quint64(0) << quint64(0)
+                                           << quint64(0) << quint64(0) << quint64(0) << quint64(0);
+    }
+
+    void countersFromFixtures()
+    {
+        QFETCH(QString, file);
+        QFETCH(quint32, pageSize);
+        QFETCH(QString, missing);
+        QFETCH(quint64, internal);
+
+        QString missingField;
+        const auto counters =
+            ProcMemInfo::countersFromFields(ProcMemInfo::parseMeminfo(fixture(file)), pageSize, &missingField);
+        if (!missing.isEmpty() || pageSize == 0) {
+            QVERIFY(!counters);
+            QCOMPARE(missingField, missing);
+            return;
+        }
+        QVERIFY(counters);
+        QCOMPARE(counters->internal_page_count, internal);
+        QCOMPARE(counters->purgeable_count, quint64(0));
+        QTEST(quint64(counters->wire_count), "wired");
+        QTEST(quint64(counters->compressor_page_count), "compressed");
+        QTEST(quint64(counters->active_count), "active");
+        QTEST(quint64(counters->inactive_count), "inactive");
+        QTEST(quint64(counters->free_count), "freePages");
+    }
+
+    void parserKeepsUnitlessValuesAndSkipsJunk()
+    {
+        const auto fields = ProcMemInfo::parseMeminfo("MemTotal:  100 kB\nHugePages_Total:       7\n"
+                                                      "garbage line\nBroken: twelve kB\n:5 kB\nTrailing:   3 kB");
+        QCOMPARE(fields.value("MemTotal"), 100 * KiB);
+        QCOMPARE(fields.value("HugePages_Total"), quint64(7));
+        QCOMPARE(fields.value("Trailing"), 3 * KiB);
+        QVERIFY(!fields.contains("Broken"));
+        QCOMPARE(fields.size(), 3);
+        QVERIFY(ProcMemInfo::parseMeminfo("").isEmpty());
+    }
+
+    void availableNeedsMemAvailable_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<bool>("present");
+        QTest::addColumn<quint64>("available");
+        QTest::addColumn<quint64>("total");
+        QTest::newRow("6.18") << "vm-6.18-idle.meminfo" << true << 24146928 * KiB << 24684096 * KiB;
+        QTest::newRow("zswap") << "desktop-6.1-zswap.meminfo" << true << 7413256 * KiB << 16281644 * KiB;
+        // MemAvailable appeared in 3.14: older kernels give no estimate at all.
+        QTest::newRow("2.6.18") << "server-2.6.18-no-shmem.meminfo" << false << quint64(0) << quint64(0);
+    }
+
+    void availableNeedsMemAvailable()
+    {
+        QFETCH(QString, file);
+        QFETCH(bool, present);
+        const auto available = ProcMemInfo::availableFromFields(ProcMemInfo::parseMeminfo(fixture(file)));
+        QCOMPARE(bool(available), present);
+        if (present) {
+            QTEST(quint64(available->available), "available");
+            QTEST(quint64(available->total), "total");
+        }
+    }
+
+    void limitTexts_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<bool>("limited");
+        QTest::addColumn<quint64>("value");
+        QTest::newRow("v2 no limit") << QByteArray("max\n") << false << quint64(0);
+        QTest::newRow("v2 limit") << QByteArray("536870912\n") << true << quint64(536870912);
+        QTest::newRow("empty") << QByteArray("") << false << quint64(0);
+        QTest::newRow("junk") << QByteArray("lots\n") << false << quint64(0);
+    }
+
+    void limitTexts()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(bool, limited);
+        const auto limit = ProcMemInfo::parseLimit(text);
+        QCOMPARE(bool(limit), limited);
+        if (limited)
+            QTEST(quint64(*limit), "value");
+    }
+
+    void cgroupLevels_data()
+    {
+        QTest::addColumn<QByteArray>("cgroup");
+        QTest::addColumn<QByteArray>("mountinfo");
+        QTest::addColumn<QStringList>("dirs");
+        QTest::addColumn<QList<bool>>("v2");
+
+        const QByteArray systemdV2 = "0::/user.slice/user-1000.slice/session-2.scope\n";
+        const QByteArray v2Mount = "24 29 0:22 / /sys/fs/cgroup rw,nosuid,nodev,noexec,relatime shared:9 - cgroup2 "
+                                   "cgroup2 rw,nsdelegate,memory_recursiveprot\n"
+                                   "29 1 254:1 / / rw,relatime shared:1 - ext4 /dev/vda1 rw\n";
+        QTest::newRow("systemd session, unified hierarchy")
+            << systemdV2 << v2Mount
+            << QStringList{u"/sys/fs/cgroup/user.slice/user-1000.slice/session-2.scope"_s,
+                           u"/sys/fs/cgroup/user.slice/user-1000.slice"_s, u"/sys/fs/cgroup/user.slice"_s,
+                           u"/sys/fs/cgroup"_s}
+            << QList<bool>{true, true, true, true};
+
+        // A hybrid layout: the memory controller on v1, an empty unified tree beside it.
+        QTest::newRow("hybrid, memory on v1")
+            << QByteArray("4:memory:/process_api/288b\n1:cpu:/\n0::/\n")
+            << QByteArray("35 31 0:32 / /sys/fs/cgroup/memory rw,relatime - cgroup cgroup rw,memory\n"
+                          "32 31 0:29 / /sys/fs/cgroup/cpu rw,relatime - cgroup cgroup rw,cpu\n"
+                          "41 31 0:38 / /sys/fs/cgroup/unified rw,relatime - cgroup2 cgroup2 rw\n")
+            << QStringList{u"/sys/fs/cgroup/memory/process_api/288b"_s, u"/sys/fs/cgroup/memory/process_api"_s,
+                           u"/sys/fs/cgroup/memory"_s, u"/sys/fs/cgroup/unified"_s}
+            << QList<bool>{false, false, false, true};
+
+        // Inside a container the mount's root is the container's own group.
+        QTest::newRow("container, mount rooted at the group")
+            << QByteArray("0::/docker/abc\n")
+            << QByteArray("500 400 0:30 /docker/abc /sys/fs/cgroup ro,nosuid - cgroup2 cgroup rw\n")
+            << QStringList{u"/sys/fs/cgroup"_s} << QList<bool>{true};
+        QTest::newRow("group outside the mounted tree")
+            << QByteArray("0::/elsewhere\n")
+            << QByteArray("500 400 0:30 /docker/abc /sys/fs/cgroup ro - cgroup2 cgroup rw\n") << QStringList{}
+            << QList<bool>{};
+        QTest::newRow("escaped blank in the mount point")
+            << QByteArray("0::/a\n") << QByteArray("24 29 0:22 / /mnt/cg\\040two rw - cgroup2 cgroup2 rw\n")
+            << QStringList{u"/mnt/cg two/a"_s, u"/mnt/cg two"_s} << QList<bool>{true, true};
+        QTest::newRow("no cgroup mounts")
+            << systemdV2 << QByteArray("29 1 254:1 / / rw - ext4 /dev/vda1 rw\n") << QStringList{} << QList<bool>{};
+    }
+
+    void cgroupLevels()
+    {
+        QFETCH(QByteArray, cgroup);
+        QFETCH(QByteArray, mountinfo);
+        QFETCH(QStringList, dirs);
+        QFETCH(QList<bool>, v2);
+        const auto levels = ProcMemInfo::cgroupLevelsFrom(cgroup, mountinfo);
+        QStringList gotDirs;
+        QList<bool> gotV2;
+        for (const auto& level : levels) {
+            gotDirs << level.directory;
+            gotV2 << level.v2;
+        }
+        QCOMPARE(gotDirs, dirs);
+        QCOMPARE(gotV2, v2);
+    }
+
+    void cgroupRoomCountsInactiveCacheAsFree()
+    {
+        const AvailableMemory kernel{8000 * MiB, 16000 * MiB};
+        // No limited level: the kernel's figure stands.
+        auto result = ProcMemInfo::combine(kernel, {});
+        QCOMPARE(result.available, 8000 * MiB);
+        QCOMPARE(result.total, 16000 * MiB);
+
+        // 2 GiB limit, 1.5 GiB charged of which 1 GiB inactive cache: 1.5 GiB of room.
+        result = ProcMemInfo::combine(kernel, {{2048 * MiB, 1536 * MiB, 1024 * MiB}});
+        QCOMPARE(result.available, 1536 * MiB);
+        QCOMPARE(result.total, 2048 * MiB);
+
+        // The tightest level wins; a group over its limit has no room at all.
+        result = ProcMemInfo::combine(kernel, {{4096 * MiB, 1024 * MiB, 0}, {1024 * MiB, 1100 * MiB, 0}});
+        QCOMPARE(result.available, quint64(0));
+        QCOMPARE(result.total, 1024 * MiB);
+    }
+
+    void readerTakesTheTighterCgroupLimit()
+    {
+        QTemporaryDir root;
+        const QString r = root.path();
+        writeFile(r + u"/proc/meminfo"_s, fixture(u"desktop-6.1-zswap.meminfo"_s));
+        writeFile(r + u"/proc/self/cgroup"_s, "0::/app.slice/trovix.scope\n");
+        writeFile(r + u"/proc/self/mountinfo"_s, "24 29 0:22 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n");
+        const QString group = r + u"/sys/fs/cgroup/app.slice/trovix.scope"_s;
+        writeFile(group + u"/memory.max"_s, "1073741824\n");
+        writeFile(group + u"/memory.current"_s, "805306368\n");
+        writeFile(group + u"/memory.stat"_s,
+                  "anon 500000000\nfile 300000000\ninactive_file 268435456\nactive_file 5\n");
+        writeFile(r + u"/sys/fs/cgroup/app.slice/memory.max"_s, "max\n");
+
+        ProcMemInfo reader(r);
+        QCOMPARE(reader.cgroupLevels().size(), size_t(3));
+        QCOMPARE(reader.physicalMemory(), 16281644 * KiB);
+        auto available = reader.availableMemory();
+        QVERIFY(available);
+        // 1 GiB - (768 MiB - 256 MiB inactive cache) = 512 MiB, below the 7.1 GiB the kernel offers.
+        QCOMPARE(available->available, 512 * MiB);
+        QCOMPARE(available->total, 1024 * MiB);
+
+        // A limit above physical memory limits nothing.
+        writeFile(group + u"/memory.max"_s, "99999999999999\n");
+        available = reader.availableMemory();
+        QCOMPARE(available->available, 7413256 * KiB);
+        QCOMPARE(available->total, 16281644 * KiB);
+
+        VmStatistics64 stats;
+        QVERIFY(reader.readStatistics(stats));
+        QCOMPARE(stats.compressor_page_count * reader.pageSize(), 1135840 * KiB);
+    }
+
+    void unreadableMeminfoFailsWithOneLine_data()
+    {
+        QTest::addColumn<QString>("fixtureName"); // empty: no file at all
+        QTest::addColumn<QByteArray>("named");
+        QTest::newRow("missing file") << QString() << QByteArray("/proc/meminfo");
+        QTest::newRow("missing field") << u"server-2.6.18-no-shmem.meminfo"_s << QByteArray("\"Shmem\"");
+    }
+
+    void unreadableMeminfoFailsWithOneLine()
+    {
+        QFETCH(QString, fixtureName);
+        QFETCH(QByteArray, named);
+        QTemporaryDir root;
+        if (!fixtureName.isEmpty())
+            writeFile(root.path() + u"/proc/meminfo"_s, fixture(fixtureName));
+        StderrCapture capture;
+        ProcMemInfo reader(root.path());
+        VmStatistics64 stats;
+        stats.free_count = 77;
+        const bool first = reader.readStatistics(stats);
+        const bool available = bool(reader.availableMemory());
+        const bool second = reader.readStatistics(stats);
+        const QByteArray err = capture.finish();
+        QVERIFY(!first);
+        QVERIFY(!available);
+        QVERIFY(!second);
+        QCOMPARE(stats.free_count, quint64(77)); // left as it was
+        QCOMPARE(err.count('\n'), 1);
+        QVERIFY2(err.contains(named), err.constData());
+    }
+
+    void usedFigureOnThisMachineIsPlausible()
+    {
+        // One snapshot of the real file, so the bounds and the figure describe the same moment.
+        QFile file(QStringLiteral("/proc/meminfo"));
+        if (!file.open(QIODevice::ReadOnly))
+            QSKIP("no /proc/meminfo here");
+        const auto fields = ProcMemInfo::parseMeminfo(file.readAll());
+        const quint32 page = MemoryInfo::system().pageSize();
+        const auto counters = ProcMemInfo::countersFromFields(fields, page);
+        QVERIFY(counters);
+        const quint64 used = (counters->internal_page_count - counters->purgeable_count + counters->wire_count +
+                              counters->compressor_page_count) *
+                             page;
+        auto f = [&](const char* name) { return fields.value(name); };
+
+        // Upper bound: everything not free, less the file cache that is not shared memory (Cached holds
+        // Shmem, which counts as used). Unevictable pages are also anonymous or shmem pages, and Zswapped is
+        // the uncompressed size of what zswap holds, so those two may be counted twice and are allowed on top.
+        const quint64 upper =
+            f("MemTotal") - f("MemFree") - (f("Buffers") + f("Cached") - f("Shmem")) + f("Unevictable") + f("Zswapped");
+        // Lower bound: the anonymous LRU lists (anonymous and shmem pages, counted by a different kernel
+        // counter than the ones the figure adds up), less the swap cache they may also hold. A bound through
+        // MemAvailable does not hold: MemTotal - MemAvailable includes the zone watermark reserves, several
+        // hundred MiB on a large machine, which are free pages and not used by anyone.
+        const quint64 anonLru = f("Active(anon)") + f("Inactive(anon)");
+        const quint64 lower = anonLru > f("SwapCached") ? anonLru - f("SwapCached") : 0;
+        qInfo("used %llu MiB, bounds [%llu, %llu] MiB, MemTotal-MemAvailable %llu MiB", used / MiB, lower / MiB,
+              upper / MiB, (f("MemTotal") - f("MemAvailable")) / MiB);
+        QVERIFY(used >= lower);
+        QVERIFY(used <= upper);
+        QVERIFY(used < f("MemTotal"));
+    }
 };
-
-void TestProcMemInfo::countersFromFixtures_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<quint32>("pageSize");
-    QTest::addColumn<QString>("missing");
-    QTest::addColumn<quint64>("internal");
-    QTest::addColumn<quint64>("wired");
-    QTest::addColumn<quint64>("compressed");
-    QTest::addColumn<quint64>("active");
-    QTest::addColumn<quint64>("inactive");
-    QTest::addColumn<quint64>("freePages");
-
-    // Expected figures worked out by hand from the files (kB / 4 for 4 KiB pages).
-    // (14984 + 8788) / 4; (15408 + 23212 + 1388 + 1480 + 688) / 4
-    QTest::newRow("idle VM, kernel 6.18") << "vm-6.18-idle.meminfo" << 4096u << "" << quint64(5943) << quint64(10544)
-                                          << quint64(0) << quint64(36098) << quint64(47265) << quint64(5998267);
-    // (6692396 + 493876) / 4; (142908 + 282636 + 28912 + 95736 + 10944) / 4; 1135840 / 4
-    QTest::newRow("desktop with zswap") << "desktop-6.1-zswap.meminfo" << 4096u << "" << quint64(1796568)
-                                        << quint64(140284) << quint64(283960) << quint64(1468638) << quint64(1975545)
-                                        << quint64(228086);
-    QTest::newRow("desktop with zswap, 16 KiB pages")
-        << "desktop-6.1-zswap.meminfo" << 16384u << "" << quint64(449142) << quint64(35071) << quint64(70990)
-        << quint64(367159) << quint64(493886) << quint64(57021);
-    QTest::newRow("old kernel without Shmem") << "server-2.6.18-no-shmem.meminfo" << 4096u << "Shmem" << quint64(0)
-                                              << quint64(0) << quint64(0) << quint64(0) << quint64(0) << quint64(0);
-    QTest::newRow("unknown page size") << "vm-6.18-idle.meminfo" << 0u << "" << quint64(0) << quint64(0) << quint64(0)
-                                       << quint64(0) << quint64(0) << quint64(0);
-}
-
-void TestProcMemInfo::countersFromFixtures()
-{
-    QFETCH(QString, file);
-    QFETCH(quint32, pageSize);
-    QFETCH(QString, missing);
-    QFETCH(quint64, internal);
-
-    QString missingField;
-    const auto counters =
-        ProcMemInfo::countersFromFields(ProcMemInfo::parseMeminfo(fixture(file)), pageSize, &missingField);
-    if (!missing.isEmpty() || pageSize == 0) {
-        QVERIFY(!counters);
-        QCOMPARE(missingField, missing);
-        return;
-    }
-    QVERIFY(counters);
-    QCOMPARE(counters->internal_page_count, internal);
-    QCOMPARE(counters->purgeable_count, quint64(0));
-    QTEST(quint64(counters->wire_count), "wired");
-    QTEST(quint64(counters->compressor_page_count), "compressed");
-    QTEST(quint64(counters->active_count), "active");
-    QTEST(quint64(counters->inactive_count), "inactive");
-    QTEST(quint64(counters->free_count), "freePages");
-}
-
-void TestProcMemInfo::parserKeepsUnitlessValuesAndSkipsJunk()
-{
-    const auto fields = ProcMemInfo::parseMeminfo("MemTotal:  100 kB\nHugePages_Total:       7\n"
-                                                  "garbage line\nBroken: twelve kB\n:5 kB\nTrailing:   3 kB");
-    QCOMPARE(fields.value("MemTotal"), 100 * KiB);
-    QCOMPARE(fields.value("HugePages_Total"), quint64(7));
-    QCOMPARE(fields.value("Trailing"), 3 * KiB);
-    QVERIFY(!fields.contains("Broken"));
-    QCOMPARE(fields.size(), 3);
-    QVERIFY(ProcMemInfo::parseMeminfo("").isEmpty());
-}
-
-void TestProcMemInfo::availableNeedsMemAvailable_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<bool>("present");
-    QTest::addColumn<quint64>("available");
-    QTest::addColumn<quint64>("total");
-    QTest::newRow("6.18") << "vm-6.18-idle.meminfo" << true << 24146928 * KiB << 24684096 * KiB;
-    QTest::newRow("zswap") << "desktop-6.1-zswap.meminfo" << true << 7413256 * KiB << 16281644 * KiB;
-    // MemAvailable appeared in 3.14: older kernels give no estimate at all.
-    QTest::newRow("2.6.18") << "server-2.6.18-no-shmem.meminfo" << false << quint64(0) << quint64(0);
-}
-
-void TestProcMemInfo::availableNeedsMemAvailable()
-{
-    QFETCH(QString, file);
-    QFETCH(bool, present);
-    const auto available = ProcMemInfo::availableFromFields(ProcMemInfo::parseMeminfo(fixture(file)));
-    QCOMPARE(bool(available), present);
-    if (present) {
-        QTEST(quint64(available->available), "available");
-        QTEST(quint64(available->total), "total");
-    }
-}
-
-void TestProcMemInfo::limitTexts_data()
-{
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<bool>("limited");
-    QTest::addColumn<quint64>("value");
-    QTest::newRow("v2 no limit") << QByteArray("max\n") << false << quint64(0);
-    QTest::newRow("v2 limit") << QByteArray("536870912\n") << true << quint64(536870912);
-    QTest::newRow("empty") << QByteArray("") << false << quint64(0);
-    QTest::newRow("junk") << QByteArray("lots\n") << false << quint64(0);
-}
-
-void TestProcMemInfo::limitTexts()
-{
-    QFETCH(QByteArray, text);
-    QFETCH(bool, limited);
-    const auto limit = ProcMemInfo::parseLimit(text);
-    QCOMPARE(bool(limit), limited);
-    if (limited)
-        QTEST(quint64(*limit), "value");
-}
-
-void TestProcMemInfo::cgroupLevels_data()
-{
-    QTest::addColumn<QByteArray>("cgroup");
-    QTest::addColumn<QByteArray>("mountinfo");
-    QTest::addColumn<QStringList>("dirs");
-    QTest::addColumn<QList<bool>>("v2");
-
-    const QByteArray systemdV2 = "0::/user.slice/user-1000.slice/session-2.scope\n";
-    const QByteArray v2Mount = "24 29 0:22 / /sys/fs/cgroup rw,nosuid,nodev,noexec,relatime shared:9 - cgroup2 "
-                               "cgroup2 rw,nsdelegate,memory_recursiveprot\n"
-                               "29 1 254:1 / / rw,relatime shared:1 - ext4 /dev/vda1 rw\n";
-    QTest::newRow("systemd session, unified hierarchy")
-        << systemdV2 << v2Mount
-        << QStringList{u"/sys/fs/cgroup/user.slice/user-1000.slice/session-2.scope"_s,
-                       u"/sys/fs/cgroup/user.slice/user-1000.slice"_s, u"/sys/fs/cgroup/user.slice"_s,
-                       u"/sys/fs/cgroup"_s}
-        << QList<bool>{true, true, true, true};
-
-    // A hybrid layout: the memory controller on v1, an empty unified tree beside it.
-    QTest::newRow("hybrid, memory on v1")
-        << QByteArray("4:memory:/process_api/288b\n1:cpu:/\n0::/\n")
-        << QByteArray("35 31 0:32 / /sys/fs/cgroup/memory rw,relatime - cgroup cgroup rw,memory\n"
-                      "32 31 0:29 / /sys/fs/cgroup/cpu rw,relatime - cgroup cgroup rw,cpu\n"
-                      "41 31 0:38 / /sys/fs/cgroup/unified rw,relatime - cgroup2 cgroup2 rw\n")
-        << QStringList{u"/sys/fs/cgroup/memory/process_api/288b"_s, u"/sys/fs/cgroup/memory/process_api"_s,
-                       u"/sys/fs/cgroup/memory"_s, u"/sys/fs/cgroup/unified"_s}
-        << QList<bool>{false, false, false, true};
-
-    // Inside a container the mount's root is the container's own group.
-    QTest::newRow("container, mount rooted at the group")
-        << QByteArray("0::/docker/abc\n")
-        << QByteArray("500 400 0:30 /docker/abc /sys/fs/cgroup ro,nosuid - cgroup2 cgroup rw\n")
-        << QStringList{u"/sys/fs/cgroup"_s} << QList<bool>{true};
-    QTest::newRow("group outside the mounted tree")
-        << QByteArray("0::/elsewhere\n")
-        << QByteArray("500 400 0:30 /docker/abc /sys/fs/cgroup ro - cgroup2 cgroup rw\n") << QStringList{}
-        << QList<bool>{};
-    QTest::newRow("escaped blank in the mount point")
-        << QByteArray("0::/a\n") << QByteArray("24 29 0:22 / /mnt/cg\\040two rw - cgroup2 cgroup2 rw\n")
-        << QStringList{u"/mnt/cg two/a"_s, u"/mnt/cg two"_s} << QList<bool>{true, true};
-    QTest::newRow("no cgroup mounts") << systemdV2 << QByteArray("29 1 254:1 / / rw - ext4 /dev/vda1 rw\n")
-                                      << QStringList{} << QList<bool>{};
-}
-
-void TestProcMemInfo::cgroupLevels()
-{
-    QFETCH(QByteArray, cgroup);
-    QFETCH(QByteArray, mountinfo);
-    QFETCH(QStringList, dirs);
-    QFETCH(QList<bool>, v2);
-    const auto levels = ProcMemInfo::cgroupLevelsFrom(cgroup, mountinfo);
-    QStringList gotDirs;
-    QList<bool> gotV2;
-    for (const auto& level : levels) {
-        gotDirs << level.directory;
-        gotV2 << level.v2;
-    }
-    QCOMPARE(gotDirs, dirs);
-    QCOMPARE(gotV2, v2);
-}
-
-void TestProcMemInfo::cgroupRoomCountsInactiveCacheAsFree()
-{
-    const AvailableMemory kernel{8000 * MiB, 16000 * MiB};
-    // No limited level: the kernel's figure stands.
-    auto result = ProcMemInfo::combine(kernel, {});
-    QCOMPARE(result.available, 8000 * MiB);
-    QCOMPARE(result.total, 16000 * MiB);
-
-    // 2 GiB limit, 1.5 GiB charged of which 1 GiB inactive cache: 1.5 GiB of room.
-    result = ProcMemInfo::combine(kernel, {{2048 * MiB, 1536 * MiB, 1024 * MiB}});
-    QCOMPARE(result.available, 1536 * MiB);
-    QCOMPARE(result.total, 2048 * MiB);
-
-    // The tightest level wins; a group over its limit has no room at all.
-    result = ProcMemInfo::combine(kernel, {{4096 * MiB, 1024 * MiB, 0}, {1024 * MiB, 1100 * MiB, 0}});
-    QCOMPARE(result.available, quint64(0));
-    QCOMPARE(result.total, 1024 * MiB);
-}
-
-void TestProcMemInfo::readerTakesTheTighterCgroupLimit()
-{
-    QTemporaryDir root;
-    const QString r = root.path();
-    writeFile(r + u"/proc/meminfo"_s, fixture(u"desktop-6.1-zswap.meminfo"_s));
-    writeFile(r + u"/proc/self/cgroup"_s, "0::/app.slice/trovix.scope\n");
-    writeFile(r + u"/proc/self/mountinfo"_s, "24 29 0:22 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n");
-    const QString group = r + u"/sys/fs/cgroup/app.slice/trovix.scope"_s;
-    writeFile(group + u"/memory.max"_s, "1073741824\n");
-    writeFile(group + u"/memory.current"_s, "805306368\n");
-    writeFile(group + u"/memory.stat"_s, "anon 500000000\nfile 300000000\ninactive_file 268435456\nactive_file 5\n");
-    writeFile(r + u"/sys/fs/cgroup/app.slice/memory.max"_s, "max\n");
-
-    ProcMemInfo reader(r);
-    QCOMPARE(reader.cgroupLevels().size(), size_t(3));
-    QCOMPARE(reader.physicalMemory(), 16281644 * KiB);
-    auto available = reader.availableMemory();
-    QVERIFY(available);
-    // 1 GiB - (768 MiB - 256 MiB inactive cache) = 512 MiB, below the 7.1 GiB the kernel offers.
-    QCOMPARE(available->available, 512 * MiB);
-    QCOMPARE(available->total, 1024 * MiB);
-
-    // A limit above physical memory limits nothing.
-    writeFile(group + u"/memory.max"_s, "99999999999999\n");
-    available = reader.availableMemory();
-    QCOMPARE(available->available, 7413256 * KiB);
-    QCOMPARE(available->total, 16281644 * KiB);
-
-    VmStatistics64 stats;
-    QVERIFY(reader.readStatistics(stats));
-    QCOMPARE(stats.compressor_page_count * reader.pageSize(), 1135840 * KiB);
-}
-
-void TestProcMemInfo::missingFileFailsWithOneLine()
-{
-    QTemporaryDir root;
-    StderrCapture capture;
-    ProcMemInfo reader(root.path());
-    VmStatistics64 stats;
-    stats.free_count = 77;
-    const bool first = reader.readStatistics(stats);
-    const bool second = reader.readStatistics(stats);
-    const bool available = bool(reader.availableMemory());
-    const QByteArray err = capture.finish();
-    QVERIFY(!first);
-    QVERIFY(!second);
-    QVERIFY(!available);
-    QCOMPARE(stats.free_count, quint64(77)); // left as it was
-    QCOMPARE(err.count('\n'), 1);
-    QVERIFY2(err.contains("/proc/meminfo"), err.constData());
-}
-
-void TestProcMemInfo::missingFieldFailsWithOneLine()
-{
-    QTemporaryDir root;
-    writeFile(root.path() + u"/proc/meminfo"_s, fixture(u"server-2.6.18-no-shmem.meminfo"_s));
-    StderrCapture capture;
-    ProcMemInfo reader(root.path());
-    VmStatistics64 stats;
-    const bool first = reader.readStatistics(stats);
-    const bool available = bool(reader.availableMemory());
-    const bool second = reader.readStatistics(stats);
-    const QByteArray err = capture.finish();
-    QVERIFY(!first);
-    QVERIFY(!available);
-    QVERIFY(!second);
-    QCOMPARE(err.count('\n'), 1);
-    QVERIFY2(err.contains("\"Shmem\""), err.constData());
-}
-
-void TestProcMemInfo::usedFigureOnThisMachineIsPlausible()
-{
-    // One snapshot of the real file, so the bounds and the figure describe the same moment.
-    QFile file(QStringLiteral("/proc/meminfo"));
-    if (!file.open(QIODevice::ReadOnly))
-        QSKIP("no /proc/meminfo here");
-    const auto fields = ProcMemInfo::parseMeminfo(file.readAll());
-    const quint32 page = MemoryInfo::system().pageSize();
-    const auto counters = ProcMemInfo::countersFromFields(fields, page);
-    QVERIFY(counters);
-    const quint64 used = (counters->internal_page_count - counters->purgeable_count + counters->wire_count +
-                          counters->compressor_page_count) *
-                         page;
-    auto f = [&](const char* name) { return fields.value(name); };
-
-    // Upper bound: everything not free, less the file cache that is not shared memory (Cached holds
-    // Shmem, which counts as used). Unevictable pages are also anonymous or shmem pages, and Zswapped is
-    // the uncompressed size of what zswap holds, so those two may be counted twice and are allowed on top.
-    const quint64 upper =
-        f("MemTotal") - f("MemFree") - (f("Buffers") + f("Cached") - f("Shmem")) + f("Unevictable") + f("Zswapped");
-    // Lower bound: the anonymous LRU lists (anonymous and shmem pages, counted by a different kernel
-    // counter than the ones the figure adds up), less the swap cache they may also hold. A bound through
-    // MemAvailable does not hold: MemTotal - MemAvailable includes the zone watermark reserves, several
-    // hundred MiB on a large machine, which are free pages and not used by anyone.
-    const quint64 anonLru = f("Active(anon)") + f("Inactive(anon)");
-    const quint64 lower = anonLru > f("SwapCached") ? anonLru - f("SwapCached") : 0;
-    qInfo("used %llu MiB, bounds [%llu, %llu] MiB, MemTotal-MemAvailable %llu MiB", used / MiB, lower / MiB,
-          upper / MiB, (f("MemTotal") - f("MemAvailable")) / MiB);
-    QVERIFY(used >= lower);
-    QVERIFY(used <= upper);
-    QVERIFY(used < f("MemTotal"));
-}
 
 QTEST_GUILESS_MAIN(TestProcMemInfo)
 #include "TestProcMemInfo.moc"
