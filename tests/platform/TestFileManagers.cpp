@@ -139,12 +139,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("id");
         QTest::newRow("GNOME") << "GNOME"
                                << "nautilus";
-        QTest::newRow("Ubuntu") << "ubuntu:GNOME"
-                                << "nautilus";
         QTest::newRow("lower case") << "gnome"
                                     << "nautilus";
-        QTest::newRow("Budgie") << "Budgie:GNOME"
-                                << "nautilus";
         QTest::newRow("KDE") << "KDE"
                              << "dolphin";
         QTest::newRow("XFCE") << "XFCE"
