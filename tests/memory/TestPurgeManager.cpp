@@ -64,267 +64,250 @@ class TestPurgeManager : public QObject
 {
     Q_OBJECT
 private slots:
-    void blockCount_data();
-    void blockCount();
-    void progressThrottle_data();
-    void progressThrottle();
-    void smallPurgeReportsEveryStep();
-    void largePurgeThrottlesProgress();
-    void twoQuickRequestsStartOnePurge();
-    void floorStopsTheFill_data();
-    void floorStopsTheFill();
-    void unreadableMemoryStopsAtOnce_data();
-    void unreadableMemoryStopsAtOnce();
-    void refusedBlockEndsTheFillAndReleasesAll();
-    void waitsForTheGainAtMostTwentyRounds_data();
-    void waitsForTheGainAtMostTwentyRounds();
-    void destructionCutsAPurgeShort();
-    void realBlocksAreTouchedAndGivenBack();
-};
+    void blockCount_data()
+    {
+        QTest::addColumn<quint64>("physical");
+        QTest::addColumn<quint64>("blocks");
+        QTest::newRow("8 GiB") << 8 * GiB << quint64(819);
+        QTest::newRow("one block") << PurgeManager::kBlockSize << quint64(1);
+        QTest::newRow("less than a block") << PurgeManager::kBlockSize - 1 << quint64(0);
+    }
 
-void TestPurgeManager::blockCount_data()
-{
-    QTest::addColumn<quint64>("physical");
-    QTest::addColumn<quint64>("blocks");
-    QTest::newRow("8 GiB") << 8 * GiB << quint64(819);
-    QTest::newRow("16 GiB") << 16 * GiB << quint64(1638);
-    QTest::newRow("one block") << PurgeManager::kBlockSize << quint64(1);
-    QTest::newRow("less than a block") << PurgeManager::kBlockSize - 1 << quint64(0);
-}
+    void blockCount()
+    {
+        QFETCH(quint64, physical);
+        Rig rig(physical);
+        QTEST(rig.manager->getCountOfNeededAllocatedMemoryWithBlockSize(PurgeManager::kBlockSize), "blocks");
+    }
 
-void TestPurgeManager::blockCount()
-{
-    QFETCH(quint64, physical);
-    Rig rig(physical);
-    QTEST(rig.manager->getCountOfNeededAllocatedMemoryWithBlockSize(PurgeManager::kBlockSize), "blocks");
-}
+    void progressThrottle_data()
+    {
+        // Each row: values sent in order (negative = forced), values the delegate receives.
+        QTest::addColumn<QList<float>>("sent");
+        QTest::addColumn<QList<float>>("delivered");
+        QTest::newRow("small steps dropped")
+            << QList<float>{0.005f, 0.01f, 0.011f, 0.02f, 0.0211f} << QList<float>{0.011f, 0.0211f};
+        QTest::newRow("forced always passes")
+            << QList<float>{-0.0f, -0.0f, -0.5f, -0.5f} << QList<float>{0.0f, 0.0f, 0.5f, 0.5f};
+        QTest::newRow("a step back counts too")
+            << QList<float>{0.5f, 0.48f, 0.485f, 0.3f} << QList<float>{0.5f, 0.48f, 0.3f};
+    }
 
-void TestPurgeManager::progressThrottle_data()
-{
-    // Each row: values sent in order (negative = forced), values the delegate receives.
-    QTest::addColumn<QList<float>>("sent");
-    QTest::addColumn<QList<float>>("delivered");
-    QTest::newRow("small steps dropped") << QList<float>{0.005f, 0.01f, 0.011f, 0.02f, 0.0211f}
-                                         << QList<float>{0.011f, 0.0211f};
-    QTest::newRow("forced always passes")
-        << QList<float>{-0.0f, -0.0f, -0.5f, -0.5f} << QList<float>{0.0f, 0.0f, 0.5f, 0.5f};
-    QTest::newRow("a step back counts too")
-        << QList<float>{0.5f, 0.48f, 0.485f, 0.3f} << QList<float>{0.5f, 0.48f, 0.3f};
-}
+    void progressThrottle()
+    {
+        QFETCH(QList<float>, sent);
+        Rig rig(8 * GiB);
+        for (float v : sent)
+            rig.manager->notifyAboutProgress(std::fabs(v), std::signbit(v));
+        QCoreApplication::processEvents();
+        QTEST(rig.delegate.progress_, "delivered");
+    }
 
-void TestPurgeManager::progressThrottle()
-{
-    QFETCH(QList<float>, sent);
-    Rig rig(8 * GiB);
-    for (float v : sent)
-        rig.manager->notifyAboutProgress(std::fabs(v), std::signbit(v));
-    QCoreApplication::processEvents();
-    QTEST(rig.delegate.progress_, "delivered");
-}
+    void smallPurgeReportsEveryStep()
+    {
+        Rig rig(4 * PurgeManager::kBlockSize);
+        QVERIFY(rig.purge());
+        QCOMPARE(rig.delegate.progress_,
+                 (QList<float>{0.0f, 0.125f, 0.25f, 0.375f, 0.5f, 0.625f, 0.75f, 0.875f, 1.0f}));
+        QCOMPARE(rig.delegate.starts, 1);
+        QCOMPARE(rig.delegate.ends, 1);
+        QCOMPARE(rig.allocator.allocations(), 4);
+        QCOMPARE(rig.allocator.liveBlocks(), 0);
+        QCOMPARE(rig.allocator.releasedWithoutEnd(), 0);
+        QCOMPARE(rig.allocator.badReleases(), 0);
+        QVERIFY(!rig.manager->isBusy());
+        QVERIFY(!rig.manager->hasPendingCompletion());
+        // The blocks are held about a second before they go back.
+        QCOMPARE(rig.sleeps.count(100), 10);
+    }
 
-void TestPurgeManager::smallPurgeReportsEveryStep()
-{
-    Rig rig(4 * PurgeManager::kBlockSize);
-    QVERIFY(rig.purge());
-    QCOMPARE(rig.delegate.progress_, (QList<float>{0.0f, 0.125f, 0.25f, 0.375f, 0.5f, 0.625f, 0.75f, 0.875f, 1.0f}));
-    QCOMPARE(rig.delegate.starts, 1);
-    QCOMPARE(rig.delegate.ends, 1);
-    QCOMPARE(rig.allocator.allocations(), 4);
-    QCOMPARE(rig.allocator.liveBlocks(), 0);
-    QCOMPARE(rig.allocator.releasedWithoutEnd(), 0);
-    QCOMPARE(rig.allocator.badReleases(), 0);
-    QVERIFY(!rig.manager->isBusy());
-    QVERIFY(!rig.manager->hasPendingCompletion());
-    // The blocks are held about a second before they go back.
-    QCOMPARE(rig.sleeps.count(100), 10);
-}
-
-void TestPurgeManager::largePurgeThrottlesProgress()
-{
-    Rig rig(8 * GiB);
-    QVERIFY(rig.purge());
-    const QList<float>& p = rig.delegate.progress_;
-    QCOMPARE(rig.allocator.allocations(), 819);
-    QCOMPARE(p.first(), 0.0f);
-    QCOMPARE(p.last(), 1.0f);
-    QVERIFY2(p.size() > 90 && p.size() < 110, qPrintable(QString::number(p.size())));
-    const float step = 0.5f / 819.0f;
-    for (int i = 1; i < p.size(); ++i) {
-        const float gap = p[i] - p[i - 1];
-        const bool forced = p[i] == 0.5f || p[i] == 1.0f;
-        QVERIFY2(gap >= 0.0f, "progress never goes back within a purge");
-        if (!forced) {
-            QVERIFY2(gap > 0.01f, qPrintable(QStringLiteral("gap %1 at %2").arg(gap).arg(i)));
-            // Passed on as soon as the change is large enough: never later than one step after.
-            QVERIFY2(gap <= 0.01f + step + 1e-6f, qPrintable(QStringLiteral("gap %1 at %2").arg(gap).arg(i)));
+    void largePurgeThrottlesProgress()
+    {
+        Rig rig(8 * GiB);
+        QVERIFY(rig.purge());
+        const QList<float>& p = rig.delegate.progress_;
+        QCOMPARE(rig.allocator.allocations(), 819);
+        QCOMPARE(p.first(), 0.0f);
+        QCOMPARE(p.last(), 1.0f);
+        QVERIFY2(p.size() > 90 && p.size() < 110, qPrintable(QString::number(p.size())));
+        const float step = 0.5f / 819.0f;
+        for (int i = 1; i < p.size(); ++i) {
+            const float gap = p[i] - p[i - 1];
+            const bool forced = p[i] == 0.5f || p[i] == 1.0f;
+            QVERIFY2(gap >= 0.0f, "progress never goes back within a purge");
+            if (!forced) {
+                QVERIFY2(gap > 0.01f, qPrintable(QStringLiteral("gap %1 at %2").arg(gap).arg(i)));
+                // Passed on as soon as the change is large enough: never later than one step after.
+                QVERIFY2(gap <= 0.01f + step + 1e-6f, qPrintable(QStringLiteral("gap %1 at %2").arg(gap).arg(i)));
+            }
         }
     }
-}
 
-void TestPurgeManager::twoQuickRequestsStartOnePurge()
-{
-    Rig rig(20 * PurgeManager::kBlockSize);
-    int first = 0;
-    int second = 0;
-    rig.manager->purgeWithCompletion([&] { ++first; });
-    rig.manager->purgeWithCompletion([&] { ++second; });
-    QVERIFY(rig.manager->hasPendingCompletion());
-    QVERIFY(QTest::qWaitFor([&] { return first == 1; }, 20000));
-    QTest::qWait(50);
-    QCOMPARE(first, 1);
-    QCOMPARE(second, 0);
-    QCOMPARE(rig.allocator.allocations(), 20);
-    QCOMPARE(rig.delegate.starts, 1);
-    // Once the completion is delivered the next request is a new purge.
-    QVERIFY(rig.purge());
-    QCOMPARE(rig.allocator.allocations(), 40);
-    QCOMPARE(first, 1);
-}
+    void twoQuickRequestsStartOnePurge()
+    {
+        Rig rig(20 * PurgeManager::kBlockSize);
+        int first = 0;
+        int second = 0;
+        rig.manager->purgeWithCompletion([&] { ++first; });
+        rig.manager->purgeWithCompletion([&] { ++second; });
+        QVERIFY(rig.manager->hasPendingCompletion());
+        QVERIFY(QTest::qWaitFor([&] { return first == 1; }, 20000));
+        QTest::qWait(50);
+        QCOMPARE(first, 1);
+        QCOMPARE(second, 0);
+        QCOMPARE(rig.allocator.allocations(), 20);
+        QCOMPARE(rig.delegate.starts, 1);
+        // Once the completion is delivered the next request is a new purge.
+        QVERIFY(rig.purge());
+        QCOMPARE(rig.allocator.allocations(), 40);
+        QCOMPARE(first, 1);
+    }
 
-void TestPurgeManager::floorStopsTheFill_data()
-{
-    QTest::addColumn<quint64>("physical");
-    QTest::addColumn<quint64>("available");
-    QTest::addColumn<quint64>("total");
-    QTest::addColumn<quint64>("floor");
-    QTest::newRow("5% of 8 GiB") << 8 * GiB << 2 * GiB << 8 * GiB << (8 * GiB) / 20;
-    QTest::newRow("256 MiB on a small machine") << 2 * GiB << 700 * MiB << 2 * GiB << 256 * MiB;
-    // A 1 GiB cgroup on a 32 GiB machine: the limit is the total the floor is taken from.
-    QTest::newRow("cgroup limit") << 32 * GiB << 900 * MiB << 1 * GiB << 256 * MiB;
-    QTest::newRow("already below") << 8 * GiB << 300 * MiB << 8 * GiB << (8 * GiB) / 20;
-}
+    void floorStopsTheFill_data()
+    {
+        QTest::addColumn<quint64>("physical");
+        QTest::addColumn<quint64>("available");
+        QTest::addColumn<quint64>("total");
+        QTest::addColumn<quint64>("floor");
+        QTest::newRow("5% of 8 GiB") << 8 * GiB << 2 * GiB << 8 * GiB << (8 * GiB) / 20;
+        QTest::newRow("256 MiB on a small machine") << 2 * GiB << 700 * MiB << 2 * GiB << 256 * MiB;
+        // A 1 GiB cgroup on a 32 GiB machine: the limit is the total the floor is taken from.
+        QTest::newRow("cgroup limit") << 32 * GiB << 900 * MiB << 1 * GiB << 256 * MiB;
+        QTest::newRow("already below") << 8 * GiB << 300 * MiB << 8 * GiB << (8 * GiB) / 20;
+    }
 
-void TestPurgeManager::floorStopsTheFill()
-{
-    QFETCH(quint64, physical);
-    QFETCH(quint64, available);
-    QFETCH(quint64, total);
-    QFETCH(quint64, floor);
-    Rig rig(physical);
-    rig.info.setAvailable(available, total, &rig.allocator.held);
-    QCOMPARE(PurgeManager::safetyFloor(total), floor);
-    QVERIFY(rig.purge());
+    void floorStopsTheFill()
+    {
+        QFETCH(quint64, physical);
+        QFETCH(quint64, available);
+        QFETCH(quint64, total);
+        QFETCH(quint64, floor);
+        Rig rig(physical);
+        rig.info.setAvailable(available, total, &rig.allocator.held);
+        QCOMPARE(PurgeManager::safetyFloor(total), floor);
+        QVERIFY(rig.purge());
 
-    const PurgeManager::Report report = rig.manager->lastReport();
-    QVERIFY(report.stoppedByFloor);
-    QVERIFY(!report.stoppedByFailure);
-    QCOMPARE(report.requestedBlocks, int(physical / PurgeManager::kBlockSize));
-    QVERIFY(report.heldBlocks < report.requestedBlocks);
-    QCOMPARE(report.heldBlocks, rig.allocator.allocations());
-    // The fill went as far as it could without crossing the floor.
-    const quint64 lowest = available - quint64(report.heldBlocks) * PurgeManager::kBlockSize;
-    QVERIFY(*report.lowestAvailable == lowest || report.heldBlocks == 0);
-    if (available >= floor)
-        QVERIFY(lowest >= floor);
-    QVERIFY(lowest < floor + PurgeManager::kBlockSize);
-    QCOMPARE(rig.allocator.liveBlocks(), 0);
-    QCOMPARE(rig.delegate.progress_.last(), 1.0f);
-}
+        const PurgeManager::Report report = rig.manager->lastReport();
+        QVERIFY(report.stoppedByFloor);
+        QVERIFY(!report.stoppedByFailure);
+        QCOMPARE(report.requestedBlocks, int(physical / PurgeManager::kBlockSize));
+        QVERIFY(report.heldBlocks < report.requestedBlocks);
+        QCOMPARE(report.heldBlocks, rig.allocator.allocations());
+        // The fill went as far as it could without crossing the floor.
+        const quint64 lowest = available - quint64(report.heldBlocks) * PurgeManager::kBlockSize;
+        QVERIFY(*report.lowestAvailable == lowest || report.heldBlocks == 0);
+        if (available >= floor)
+            QVERIFY(lowest >= floor);
+        QVERIFY(lowest < floor + PurgeManager::kBlockSize);
+        QCOMPARE(rig.allocator.liveBlocks(), 0);
+        QCOMPARE(rig.delegate.progress_.last(), 1.0f);
+    }
 
-void TestPurgeManager::unreadableMemoryStopsAtOnce_data()
-{
-    QTest::addColumn<int>("readsBeforeFailure");
-    QTest::newRow("from the start") << 0;
-    QTest::newRow("during the fill") << 3;
-}
+    void unreadableMemoryStopsAtOnce_data()
+    {
+        QTest::addColumn<int>("readsBeforeFailure");
+        QTest::newRow("from the start") << 0;
+        QTest::newRow("during the fill") << 3;
+    }
 
-void TestPurgeManager::unreadableMemoryStopsAtOnce()
-{
-    QFETCH(int, readsBeforeFailure);
-    Rig rig(8 * GiB);
-    rig.info.setAvailableFailsAfter(readsBeforeFailure);
-    QVERIFY(rig.purge());
-    const PurgeManager::Report report = rig.manager->lastReport();
-    QVERIFY(report.stoppedByFailure);
-    QCOMPARE(report.heldBlocks, readsBeforeFailure);
-    QCOMPARE(rig.allocator.allocations(), readsBeforeFailure);
-    QCOMPARE(rig.allocator.liveBlocks(), 0);
-    QCOMPARE(rig.delegate.ends, 1);
-}
+    void unreadableMemoryStopsAtOnce()
+    {
+        QFETCH(int, readsBeforeFailure);
+        Rig rig(8 * GiB);
+        rig.info.setAvailableFailsAfter(readsBeforeFailure);
+        QVERIFY(rig.purge());
+        const PurgeManager::Report report = rig.manager->lastReport();
+        QVERIFY(report.stoppedByFailure);
+        QCOMPARE(report.heldBlocks, readsBeforeFailure);
+        QCOMPARE(rig.allocator.allocations(), readsBeforeFailure);
+        QCOMPARE(rig.allocator.liveBlocks(), 0);
+        QCOMPARE(rig.delegate.ends, 1);
+    }
 
-void TestPurgeManager::refusedBlockEndsTheFillAndReleasesAll()
-{
-    Rig rig(8 * GiB);
-    rig.allocator.setFailAt(5);
-    QVERIFY(rig.purge());
-    const PurgeManager::Report report = rig.manager->lastReport();
-    QVERIFY(report.stoppedByFailure);
-    QVERIFY(!report.stoppedByFloor);
-    QCOMPARE(report.heldBlocks, 5);
-    QCOMPARE(rig.allocator.liveBlocks(), 0);
-    QCOMPARE(rig.allocator.releasedWithoutEnd(), 0);
-    // No second of holding when the system is already refusing memory.
-    QCOMPARE(rig.sleeps.count(100), 0);
-    // The release half still runs over the blocks held, ending at 1.
-    const QList<float>& p = rig.delegate.progress_;
-    QCOMPARE(p.last(), 1.0f);
-    QVERIFY(p.contains(0.5f));
-    QVERIFY(p.contains(0.6f) || p.contains(0.7f));
-}
+    void refusedBlockEndsTheFillAndReleasesAll()
+    {
+        Rig rig(8 * GiB);
+        rig.allocator.setFailAt(5);
+        QVERIFY(rig.purge());
+        const PurgeManager::Report report = rig.manager->lastReport();
+        QVERIFY(report.stoppedByFailure);
+        QVERIFY(!report.stoppedByFloor);
+        QCOMPARE(report.heldBlocks, 5);
+        QCOMPARE(rig.allocator.liveBlocks(), 0);
+        QCOMPARE(rig.allocator.releasedWithoutEnd(), 0);
+        // No second of holding when the system is already refusing memory.
+        QCOMPARE(rig.sleeps.count(100), 0);
+        // The release half still runs over the blocks held, ending at 1.
+        const QList<float>& p = rig.delegate.progress_;
+        QCOMPARE(p.last(), 1.0f);
+        QVERIFY(p.contains(0.5f));
+        QVERIFY(p.contains(0.6f) || p.contains(0.7f));
+    }
 
-void TestPurgeManager::waitsForTheGainAtMostTwentyRounds_data()
-{
-    QTest::addColumn<int>("gainAtRead"); // 0: never
-    QTest::addColumn<int>("rounds");
-    QTest::newRow("no gain") << 0 << 20;
-    QTest::newRow("gain shows at once") << 2 << 0;
-    QTest::newRow("gain after three waits") << 5 << 3;
-}
+    void waitsForTheGainAtMostTwentyRounds_data()
+    {
+        QTest::addColumn<int>("gainAtRead"); // 0: never
+        QTest::addColumn<int>("rounds");
+        QTest::newRow("no gain") << 0 << 20;
+        QTest::newRow("gain shows at once") << 2 << 0;
+        QTest::newRow("gain after three waits") << 5 << 3;
+    }
 
-void TestPurgeManager::waitsForTheGainAtMostTwentyRounds()
-{
-    QFETCH(int, gainAtRead);
-    Rig rig(PurgeManager::kBlockSize * 2);
-    // Read 1 is the purge's opening sample; later reads come from the rounds.
-    rig.info.setStatisticsSequence([gainAtRead](int read) {
-        VmStatistics64 s;
-        s.active_count = (gainAtRead && read >= gainAtRead) ? 100 : 200;
-        return s;
-    });
-    QVERIFY(rig.purge());
-    QTEST(int(rig.sleeps.count(250)), "rounds");
-}
+    void waitsForTheGainAtMostTwentyRounds()
+    {
+        QFETCH(int, gainAtRead);
+        Rig rig(PurgeManager::kBlockSize * 2);
+        // Read 1 is the purge's opening sample; later reads come from the rounds.
+        rig.info.setStatisticsSequence([gainAtRead](int read) {
+            VmStatistics64 s;
+            s.active_count = (gainAtRead && read >= gainAtRead) ? 100 : 200;
+            return s;
+        });
+        QVERIFY(rig.purge());
+        QTEST(int(rig.sleeps.count(250)), "rounds");
+    }
 
-void TestPurgeManager::destructionCutsAPurgeShort()
-{
-    Rig rig(64 * GiB);
-    rig.allocator.delayMicroseconds = 1000;
-    rig.manager->purgeWithCompletion([] { QFAIL("a destroyed manager delivers no completion"); });
-    QTest::qWait(20);
-    rig.manager.reset();
-    QCoreApplication::processEvents();
-    QCOMPARE(rig.allocator.liveBlocks(), 0);
-    QVERIFY(rig.allocator.allocations() < 6553);
-}
+    void destructionCutsAPurgeShort()
+    {
+        Rig rig(64 * GiB);
+        rig.allocator.delayMicroseconds = 1000;
+        rig.manager->purgeWithCompletion([] { QFAIL("a destroyed manager delivers no completion"); });
+        QTest::qWait(20);
+        rig.manager.reset();
+        QCoreApplication::processEvents();
+        QCOMPARE(rig.allocator.liveBlocks(), 0);
+        QVERIFY(rig.allocator.allocations() < 6553);
+    }
 
-void TestPurgeManager::realBlocksAreTouchedAndGivenBack()
-{
-    // Four real 10 MiB blocks: the budget comes from the injected physical size, while the floor reads
-    // the real machine.
-    quint64 rssHeld = 0;
-    PurgeManager::Collaborators c;
-    c.physicalMemory = 4 * PurgeManager::kBlockSize;
-    c.sleep = [&rssHeld](int ms) {
-        if (ms == 100 && rssHeld == 0)
-            rssHeld = vmRssKiB();
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms / 20));
-    };
-    PurgeManager manager(c);
-    const auto available = MemoryInfo::system().availableMemory();
-    QVERIFY(available);
-    if (available->available < PurgeManager::safetyFloor(available->total) + 4 * PurgeManager::kBlockSize)
-        QSKIP("this machine is too short of memory for the check");
-    const quint64 rssBefore = vmRssKiB();
-    bool done = false;
-    manager.purgeWithCompletion([&done] { done = true; });
-    QVERIFY(QTest::qWaitFor([&] { return done; }, 20000));
-    const quint64 rssAfter = vmRssKiB();
-    QCOMPARE(manager.lastReport().heldBlocks, 4);
-    QVERIFY2(rssHeld >= rssBefore + 38 * 1024,
-             qPrintable(QStringLiteral("RSS %1 -> %2 KiB while held").arg(rssBefore).arg(rssHeld)));
-    QVERIFY2(rssAfter < rssHeld - 30 * 1024,
-             qPrintable(QStringLiteral("RSS %1 KiB after, %2 KiB held").arg(rssAfter).arg(rssHeld)));
-}
+    void realBlocksAreTouchedAndGivenBack()
+    {
+        // Four real 10 MiB blocks: the budget comes from the injected physical size, while the floor reads
+        // the real machine.
+        quint64 rssHeld = 0;
+        PurgeManager::Collaborators c;
+        c.physicalMemory = 4 * PurgeManager::kBlockSize;
+        c.sleep = [&rssHeld](int ms) {
+            if (ms == 100 && rssHeld == 0)
+                rssHeld = vmRssKiB();
+            std::this_thread::sleep_for(std::chrono::milliseconds(ms / 20));
+        };
+        PurgeManager manager(c);
+        const auto available = MemoryInfo::system().availableMemory();
+        QVERIFY(available);
+        if (available->available < PurgeManager::safetyFloor(available->total) + 4 * PurgeManager::kBlockSize)
+            QSKIP("this machine is too short of memory for the check");
+        const quint64 rssBefore = vmRssKiB();
+        bool done = false;
+        manager.purgeWithCompletion([&done] { done = true; });
+        QVERIFY(QTest::qWaitFor([&] { return done; }, 20000));
+        const quint64 rssAfter = vmRssKiB();
+        QCOMPARE(manager.lastReport().heldBlocks, 4);
+        QVERIFY2(rssHeld >= rssBefore + 38 * 1024,
+                 qPrintable(QStringLiteral("RSS %1 -> %2 KiB while held").arg(rssBefore).arg(rssHeld)));
+        QVERIFY2(rssAfter < rssHeld - 30 * 1024,
+                 qPrintable(QStringLiteral("RSS %1 KiB after, %2 KiB held").arg(rssAfter).arg(rssHeld)));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestPurgeManager)
 #include "TestPurgeManager.moc"
