@@ -105,7 +105,6 @@ private Q_SLOTS:
         QTest::newRow("single dot-name") << QStringList{QStringLiteral(".profile")} << false;
         QTest::newRow("dot-name second of three")
             << QStringList{QStringLiteral("a"), QStringLiteral(".b"), QStringLiteral("c")} << true;
-        QTest::newRow("no dot-names") << QStringList{QStringLiteral("a"), QStringLiteral("b")} << false;
     }
     void replyScan()
     {
