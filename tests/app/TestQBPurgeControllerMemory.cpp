@@ -234,9 +234,6 @@ private Q_SLOTS:
         QTest::newRow("rarely") << true << 0 << 0.8
                                 << "*Free up automatically every 8 hours if memory is used on 80% and if CPU "
                                    "usage is less than 20%.";
-        QTest::newRow("normally") << true << 1 << 0.5
-                                  << "*Free up automatically every 4 hours if memory is used on 50% and if CPU "
-                                     "usage is less than 20%.";
         // The usage figure is truncated, not rounded.
         QTest::newRow("often, truncated") << true << 2 << 0.57
                                           << "*Free up automatically every 2 hours if memory is used on 56% and if "
