@@ -157,9 +157,11 @@ void UserDefaults::load()
         m_values = fromJson(doc.object()).toMap();
         return;
     }
-    const QString reason = opened ? (doc.isObject() || error.error != QJsonParseError::NoError ? error.errorString()
-                                                                                                : QStringLiteral("not a JSON object"))
-                                  : file.errorString();
+    QString reason = QStringLiteral("not a JSON object");
+    if (!opened)
+        reason = file.errorString();
+    else if (error.error != QJsonParseError::NoError)
+        reason = error.errorString();
     const QString aside = m_filePath + QStringLiteral(".corrupt-")
                           + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss"));
     if (QFile::rename(m_filePath, aside)) {

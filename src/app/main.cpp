@@ -43,7 +43,8 @@ int main(int argc, char* argv[])
     }
     if (!hasDisplay()) {
         std::fprintf(stderr, "trovix: no display, so the tray program cannot start; the command line works:\n\n");
-        return cli::printHelp() == 0 ? 1 : 1;
+        cli::printHelp();
+        return 1;
     }
 
     QApplication app(argc, argv);
