@@ -4,14 +4,8 @@
 # change made outside Trovix (as Ctrl+H in the file manager does) shows up after the next activation.
 # Usage: TestHiddenSwitch.sh TROVIX_BINARY ARTIFACT_DIR
 set -u
-bin=$1
-artifacts=$2
-mkdir -p "$artifacts"
 . "$(dirname "$0")/desktop.sh"
-trap stop_desktop EXIT
-trap "exit 1" INT TERM
-fail() { echo "FAIL: $*"; exit 1; }
-panel() { windows_named Trovix | awk '$4 == 320'; }
+e2e_begin "$@"
 key() { gsettings get org.gtk.gtk4.Settings.FileChooser show-hidden; }
 # A checksum of the tray icon's pixels: the icon is the only sign of the state outside the panel.
 # The tooltip: a visible window of the program that is neither the panel nor the icon; prints its width
@@ -26,11 +20,7 @@ hover_icon() { xdotool mousemove $ix $((iy + 30)) sleep 0.2 mousemove $ix $iy sl
 icon_sum() { import -window "$icon_id" rgb:- 2>/dev/null | md5sum | cut -d' ' -f1; }
 
 # The explanation was accepted before; no welcome dialog or install offer.
-mkdir -p "$XDG_CONFIG_HOME/trovix"
-cat >"$XDG_CONFIG_HOME/trovix/com.quorbel.trovix.json" <<JSON
-{ "KEY_welcomeDialogDisplayed": true, "suppressAlertMoveHalvexToApplications": true,
-  "ShowInformationAboutAccessibilityAlerts": false, "CheckHiddenFilesVisibility": true }
-JSON
+seed_settings '"ShowInformationAboutAccessibilityAlerts": false, "CheckHiddenFilesVisibility": true'
 export XDG_CURRENT_DESKTOP=GNOME
 gsettings set org.gtk.gtk4.Settings.FileChooser show-hidden false || fail "no GTK 4 schema"
 

@@ -4,21 +4,11 @@
 # second click closes it and that a second copy quits and brings the panel forward.
 # Usage: TestTrayPanel.sh TROVIX_BINARY ARTIFACT_DIR
 set -u
-bin=$1
-artifacts=$2
-mkdir -p "$artifacts"
 . "$(dirname "$0")/desktop.sh"
-trap stop_desktop EXIT
-trap "exit 1" INT TERM
-fail() { echo "FAIL: $*"; exit 1; }
-panel() { windows_named Trovix | awk '$4 == 320'; }
+e2e_begin "$@"
 
 # First start without the welcome dialog and the install offer, with the memory part open.
-mkdir -p "$XDG_CONFIG_HOME/trovix"
-cat >"$XDG_CONFIG_HOME/trovix/com.quorbel.trovix.json" <<JSON
-{ "KEY_welcomeDialogDisplayed": true, "suppressAlertMoveHalvexToApplications": true,
-  "PanelWindowSateIsDetailed": true }
-JSON
+seed_settings '"PanelWindowSateIsDetailed": true'
 
 start_desktop
 "$bin" >"$artifacts/trovix.log" 2>&1 &

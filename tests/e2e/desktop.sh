@@ -4,6 +4,24 @@
 
 E2E_PIDS=""
 
+# The common start of a test script (usage: SCRIPT TROVIX_BINARY ARTIFACT_DIR): sets bin and artifacts,
+# stops the desktop on exit, and gives fail, panel and a settings seeder.
+e2e_begin() {
+  bin=$1
+  artifacts=$2
+  mkdir -p "$artifacts"
+  trap stop_desktop EXIT
+  trap "exit 1" INT TERM
+}
+fail() { echo "FAIL: $*"; exit 1; }
+panel() { windows_named Trovix | awk '$4 == 320'; }
+# Writes the program's settings: no welcome dialog, no install offer, plus the JSON members given.
+seed_settings() {
+  mkdir -p "$XDG_CONFIG_HOME/trovix"
+  printf '{ "KEY_welcomeDialogDisplayed": true, "suppressAlertMoveHalvexToApplications": true%s }\n' \
+    "${1:+, $1}" >"$XDG_CONFIG_HOME/trovix/com.quorbel.trovix.json"
+}
+
 start_desktop() {
   # -displayfd lets the server pick a free display number, so parallel tests never collide.
   fifo=$(mktemp -u)
