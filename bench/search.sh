@@ -7,17 +7,17 @@
 #     bench/search.sh [TREE] [TROVIX]
 #
 # TREE defaults to /tmp/trovix-search-bench/tree (made with bench/make-tree.py when absent);
-# TROVIX defaults to build/trovix and must be an optimised build (-DCMAKE_BUILD_TYPE=Release); an
+# TROVIX defaults to build-release/trovix (made by `scripts/build release`); it must be optimised: an
 # unoptimised walker spends its time in std::array::operator[]. Needs hyperfine, fdfind, bfs, python3
 # and a C++ compiler. RUNS (default 10) and NEEDLES (default "report quasar") may be set.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 tree=${1:-/tmp/trovix-search-bench/tree}
-trovix=${2:-$here/../build/trovix}
+trovix=${2:-$here/../build-release/trovix}
 work=$(mktemp -d "${TMPDIR:-/tmp}/trovix-bench.XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
 
-[ -x "$trovix" ] || { echo "no trovix binary at $trovix" >&2; exit 2; }
+[ -x "$trovix" ] || { echo "no trovix binary at $trovix (run scripts/build release)" >&2; exit 2; }
 if [ ! -d "$tree" ]; then
   python3 "$here/make-tree.py" "$tree"
 fi

@@ -263,7 +263,7 @@ int searchUnclassified(const QByteArray& root, const QByteArray& needle, const O
     std::condition_variable ended;
     bool done = false;
     std::thread scan([&] {
-        walkerScan(root.constData(), needle.constData(), &printer);
+        walkerScan(SearchManager::walkerOptions(root, needle, &printer));
         std::lock_guard lock(mutex);
         done = true;
         ended.notify_one();

@@ -2,6 +2,7 @@
 
 #include "Walker.h"
 #include "app/NotificationCenter.h"
+#include "platform/linux/MountTable.h"
 #include "util/MainQueue.h"
 
 #include <QCoreApplication>
@@ -178,6 +179,17 @@ SearchManager::StartResult SearchManager::performSearchWithTemplate(const QStrin
     return StartResult::Started;
 }
 
+WalkerOptions SearchManager::walkerOptions(const QByteArray& folder, const QByteArray& lowerTemplate,
+                                           WalkerDelegate* delegate)
+{
+    WalkerOptions options;
+    options.rootPath = folder.toStdString();
+    options.needle = lowerTemplate.toStdString();
+    options.delegate = delegate;
+    options.unenteredFolders = MountTable::virtualMountPoints(MountTable::read());
+    return options;
+}
+
 void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray& folder,
                               std::function<void()> completion)
 {
@@ -185,7 +197,7 @@ void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray&
     m_searching = true;
     m_scan = QtConcurrent::run([this, generation, lowerTemplate, folder, completion = std::move(completion)] {
         ScanSink sink(this, generation);
-        walkerScan(folder.constData(), lowerTemplate.constData(), &sink);
+        walkerScan(walkerOptions(folder, lowerTemplate, &sink));
         MainQueue::async(this, [this, generation, completion] {
             if (generation != m_generation.load())
                 return;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "search/SearchItem.h"
+#include "search/Walker.h"
 
 #include <QDateTime>
 #include <QFuture>
@@ -101,6 +102,9 @@ public:
 
     // True when the bundle extension list names this file name's extension (case-insensitive).
     static bool hasBundleExtension(const QByteArray& name);
+    // A scan of folder for a lower-case needle that stays out of kernel and automount file systems.
+    static WalkerOptions walkerOptions(const QByteArray& folder, const QByteArray& lowerTemplate,
+                                       WalkerDelegate* delegate);
 
 Q_SIGNALS:
     // A batch of matches has reached the lists.

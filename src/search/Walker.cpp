@@ -20,6 +20,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <unordered_set>
 
 std::atomic<uint8_t> gSearchRunning{1};
 std::atomic<int32_t> gActiveWalkers{0};
@@ -67,6 +68,16 @@ struct ScanContext
     // opened by full path instead, so a deep or wide tree cannot run out of descriptors.
     int descriptorBudget = 0;
     std::atomic<int> keptDescriptors{0};
+    std::unordered_set<std::string_view> unentered;
+
+    bool isUnentered(std::string_view path) const
+    {
+        if (unentered.empty())
+            return false;
+        if (path.starts_with("//")) // below a root of "/"
+            path.remove_prefix(1);
+        return unentered.contains(path);
+    }
 
     std::mutex mutex;
     std::condition_variable wake;
@@ -178,9 +189,13 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
             if (type == DT_UNKNOWN && isDirectoryByStat(fd, name))
                 type = DT_DIR;
             if (type == DT_DIR) {
+                std::string path;
+                path.reserve(node->path.size() + 1 + length);
+                path.append(node->path).append(1, '/').append(name, length);
+                if (scan.isUnentered(path))
+                    continue;
                 auto* child = new WalkerNode;
-                child->path.reserve(node->path.size() + 1 + length);
-                child->path.append(node->path).append(1, '/').append(name, length);
+                child->path = std::move(path);
                 child->nameOffset = static_cast<uint32_t>(node->path.size() + 1);
                 child->parent = node;
                 node->children.push_back(child);
@@ -341,6 +356,7 @@ WalkerScanResult walkerScan(const WalkerOptions& options)
     scan.skipList = options.skipList ? options.skipList : &TWalkerSkipList::shared();
     scan.needleLength = options.needle.size();
     scan.descriptorBudget = descriptorBudgetFromLimit();
+    scan.unentered.insert(options.unenteredFolders.begin(), options.unenteredFolders.end());
     gScan = &scan;
 
     auto* root = new WalkerNode;

@@ -9,7 +9,7 @@
 //  - Matching folds ASCII letters of each name to lower case and looks for the needle as a plain
 //    substring; bytes of other characters are compared as they are. The caller lower-cases the needle.
 //  - Symbolic links are reported when they match and are never entered; every folder is entered, a
-//    matching one too. "." and ".." are neither counted nor reported.
+//    matching one too, except those the options name as unentered. "." and ".." are neither counted nor reported.
 //  - Child paths are the parent's path, "/" and the name, so a root of "/" gives "//usr" one level down.
 //  - A walk is counted in gActiveWalkers from its hand-off to its end. A new walk is handed to another
 //    thread while at most 5 walks are active; threads are kept for the scan rather than made per walk.
@@ -71,6 +71,9 @@ struct WalkerOptions
     std::string needle;                        // lower-case, at most 1023 bytes
     WalkerDelegate* delegate = nullptr;        // may be null: the scan only counts
     const TWalkerSkipList* skipList = nullptr; // null: TWalkerSkipList::shared()
+    // Folders below the root that are reported when they match but never entered (full paths, without
+    // the doubled slash of a "/" root); the root itself is always entered.
+    std::vector<std::string> unenteredFolders;
 };
 
 enum class WalkerScanResult

@@ -4,6 +4,7 @@
 #include "app/QBAppDelegate.h"
 #include "app/QBPurgeController.h"
 #include "app/Settings.h"
+#include "search/SearchManager.h"
 #include "support/SettingsFixture.h"
 #include "util/MacOSVersion.h"
 
@@ -12,8 +13,10 @@
 #include <QDir>
 #include <QFile>
 #include <QMenu>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUrl>
 
 #include <memory>
 
@@ -170,6 +173,35 @@ private Q_SLOTS:
         delegate.applicationDidFinishLaunching(
             {QStringLiteral("/usr/bin/trovix"), QStringLiteral("ShowWindowAfterStart")});
         QCOMPARE(posts, 1);
+    }
+
+    void panelSearchRunsInTheStoredLocationElseInHome()
+    {
+        QTemporaryDir place;
+        QVERIFY(QDir(place.path()).mkpath(QStringLiteral("Docs")));
+        QFile report(place.path() + QStringLiteral("/Docs/Quarter-Report.txt"));
+        QVERIFY(report.open(QIODevice::WriteOnly));
+        report.close();
+        m_home->settings.saveSearchLocation(QUrl::fromLocalFile(place.path()));
+        SearchManager manager(m_home->center);
+        auto collaborators = m_home->collaborators();
+        collaborators.searchManager = &manager;
+        QBPurgeController controller(collaborators);
+        QSignalSpy finished(&manager, &SearchManager::searchFinished);
+
+        controller.panelSearchRequested(QStringLiteral("REPORT"));
+        QVERIFY(finished.wait(10000));
+        QCOMPARE(manager.searchLocation(), place.path());
+        QCOMPARE(manager.searchTemplate(), QStringLiteral("REPORT"));
+        QCOMPARE(manager.getSearchResultArray().size(), 1);
+        QCOMPARE(manager.getSearchResultArray().constFirst()->fullFileNameWithPath(), report.fileName());
+
+        // A stored folder that has gone: the search runs in home instead.
+        QVERIFY(place.remove());
+        controller.panelSearchRequested(QStringLiteral("report"));
+        QVERIFY(finished.wait(10000));
+        QCOMPARE(manager.searchLocation(), QDir::homePath());
+        QVERIFY(manager.getSearchResultArray().isEmpty());
     }
 
     void legacyLoginKeysAreRemoved()

@@ -174,6 +174,32 @@ private Q_SLOTS:
         QCOMPARE(all.contains(entry + "/inside-x"), !skipped);
     }
 
+    void unenteredFoldersAreReportedButNotEntered()
+    {
+        SearchTreeFixture tree;
+        tree.file("a/mnt/inside-x");
+        tree.file("a/mnt-x/inside-x");
+        WalkerOptions options;
+        options.rootPath = tree.root().toStdString();
+        options.unenteredFolders = {tree.path("a/mnt").toStdString(), tree.root().toStdString()};
+        Collector found;
+        options.delegate = &found;
+        walkerScan(options);
+        QCOMPARE(found.relative(tree.root()), sorted({"a", "a/mnt", "a/mnt-x", "a/mnt-x/inside-x"}));
+
+        // Below "/" the folders are named without the doubled slash: naming every top-level folder
+        // leaves only the root's own listing.
+        WalkerOptions top;
+        top.rootPath = "/";
+        for (const QString& name : QDir::root().entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System))
+            top.unenteredFolders.push_back("/" + name.toStdString());
+        Collector root;
+        top.delegate = &root;
+        walkerScan(top);
+        QVERIFY(root.count() > 0);
+        QVERIFY(!root.sawParent([](const QByteArray& p) { return p != "/"; }));
+    }
+
     void unreadableFolderIsReportedAndTheWalkGoesOn()
     {
         SearchTreeFixture tree;

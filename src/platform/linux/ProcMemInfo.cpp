@@ -1,5 +1,7 @@
 #include "ProcMemInfo.h"
 
+#include "MountTable.h"
+
 #include <QDir>
 
 #include <cerrno>
@@ -45,26 +47,6 @@ std::optional<quint64> toNumber(QByteArrayView text)
     bool ok = false;
     const quint64 v = text.trimmed().toULongLong(&ok);
     return ok ? std::optional<quint64>(v) : std::nullopt;
-}
-
-// mountinfo escapes blanks and backslashes in paths as \ooo.
-QString unescapeMountPath(QByteArrayView field)
-{
-    QByteArray out;
-    out.reserve(field.size());
-    for (qsizetype i = 0; i < field.size(); ++i) {
-        if (field[i] == '\\' && i + 3 < field.size()) {
-            bool ok = false;
-            const int c = field.sliced(i + 1, 3).toInt(&ok, 8);
-            if (ok) {
-                out.append(char(c));
-                i += 3;
-                continue;
-            }
-        }
-        out.append(field[i]);
-    }
-    return QFile::decodeName(out);
 }
 
 } // namespace
@@ -195,19 +177,14 @@ std::vector<ProcMemInfo::CgroupLevel> ProcMemInfo::cgroupLevelsFrom(QByteArrayVi
     }
 
     std::vector<CgroupLevel> levels;
-    for (QByteArrayView line : QByteArray::fromRawData(mountinfo.data(), mountinfo.size()).split('\n')) {
-        const QList<QByteArray> f = QByteArray::fromRawData(line.data(), line.size()).split(' ');
-        const qsizetype dash = f.indexOf("-");
-        if (dash < 5 || dash + 1 >= f.size())
-            continue;
-        const QByteArray& fsType = f[dash + 1];
-        const bool isV2 = fsType == "cgroup2";
-        const bool isV1Memory = fsType == "cgroup" && dash + 3 < f.size() && f[dash + 3].split(',').contains("memory");
+    for (const MountEntry& mount : MountTable::parse(mountinfo)) {
+        const bool isV2 = mount.fsType == "cgroup2";
+        const bool isV1Memory = mount.fsType == "cgroup" && mount.superOptions.split(',').contains("memory");
         const std::optional<QByteArray>& groupPath = isV2 ? v2Path : v1Path;
         if ((!isV2 && !isV1Memory) || !groupPath)
             continue;
-        const QString mountRoot = unescapeMountPath(f[3]);
-        const QString mountPoint = unescapeMountPath(f[4]);
+        const QString mountRoot = QFile::decodeName(mount.root);
+        const QString mountPoint = QFile::decodeName(mount.mountPoint);
         QString relative = QFile::decodeName(*groupPath);
         if (mountRoot != QLatin1String("/")) {
             if (relative != mountRoot && !relative.startsWith(mountRoot + QLatin1Char('/')))
