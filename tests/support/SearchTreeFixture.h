@@ -114,6 +114,30 @@ public:
         symlink("loop/self-match", "..");
         symlink("link-to-docs-match", "docs");
     }
+    // What the needle "match" finds in the standard tree, relative to the root.
+    static QByteArrayList standardMatches()
+    {
+        return {"docs/Report-MATCH.txt",
+                "docs/.match-dotfile",
+                "docs/listed-match",
+                ".git/objects/visible-match",
+                "Tool.app/Contents/.match-inside",
+                "Tool.app/Contents/Info-match.plist",
+                "match-folder",
+                "match-folder/sub/inner-match.c",
+                "Été-match.txt",
+                QByteArray("bad-\xff\xfe-match.bin"),
+                "loop/self-match",
+                "link-to-docs-match"};
+    }
+    // Sorted full paths of entries given relative to the root.
+    QByteArrayList absolute(QByteArrayList relative) const
+    {
+        for (QByteArray& entry : relative)
+            entry = path(entry);
+        std::sort(relative.begin(), relative.end());
+        return relative;
+    }
 
 private:
     // Cuts each deep chain into pieces of 200 levels moved up to the root, so that an ordinary
