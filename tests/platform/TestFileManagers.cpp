@@ -20,6 +20,11 @@ bool writeFile(const QString& path, const QByteArray& text)
     return f.open(QIODevice::WriteOnly) && f.write(text) == text.size();
 }
 
+QByteArray defaultList(const QByteArray& desktopId)
+{
+    return "[Default Applications]\ninode/directory=" + desktopId + "\n";
+}
+
 } // namespace
 
 class TestFileManagers : public QObject
@@ -42,7 +47,6 @@ private Q_SLOTS:
     {
         QFile::remove(m_config + QStringLiteral("/mimeapps.list"));
         QFile::remove(m_config + QStringLiteral("/gnome-mimeapps.list"));
-        QFile::remove(m_data + QStringLiteral("/applications/mimeapps.list"));
         QDir(m_system.path()).removeRecursively();
         qputenv("PATH", m_oldPath);
     }
@@ -51,174 +55,127 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("lists");
         QTest::addColumn<QString>("expected");
-        const QString gnome = QStringLiteral("[Default Applications]\ninode/directory=org.gnome.Nautilus.desktop\n");
-        QTest::newRow("one default") << QStringList{gnome} << "org.gnome.Nautilus.desktop";
-        QTest::newRow("several ids: the first")
-            << QStringList{QStringLiteral("[Default Applications]\ninode/directory=nemo.desktop;org.gnome.Nautilus."
-                                          "desktop;\n")}
-            << "nemo.desktop";
-        QTest::newRow("other types ignored")
-            << QStringList{QStringLiteral("[Default Applications]\ntext/plain=org.gnome.TextEditor.desktop\n"
-                                          "inode/directory-x=caja.desktop\ninode/directory=thunar.desktop\n")}
-            << "thunar.desktop";
-        QTest::newRow("added association only")
-            << QStringList{QStringLiteral("[Added Associations]\ninode/directory=nemo.desktop;caja.desktop;\n")}
-            << "nemo.desktop";
-        QTest::newRow("default beats added in the same file")
-            << QStringList{QStringLiteral("[Added Associations]\ninode/directory=nemo.desktop;\n"
-                                          "[Default Applications]\ninode/directory=caja.desktop\n")}
-            << "caja.desktop";
-        QTest::newRow("default in a later file beats added in an earlier one")
-            << QStringList{QStringLiteral("[Added Associations]\ninode/directory=nemo.desktop;\n"), gnome}
-            << "org.gnome.Nautilus.desktop";
-        QTest::newRow("earlier file wins")
-            << QStringList{QStringLiteral("[Default Applications]\ninode/directory=org.kde.dolphin.desktop\n"), gnome}
-            << "org.kde.dolphin.desktop";
-        QTest::newRow("empty default falls through")
-            << QStringList{QStringLiteral("[Default Applications]\ninode/directory=\n"), gnome}
-            << "org.gnome.Nautilus.desktop";
-        QTest::newRow("removed associations do not count")
-            << QStringList{QStringLiteral("[Removed Associations]\ninode/directory=nemo.desktop\n")} << QString();
-        QTest::newRow("blanks, comments and CRLF")
-            << QStringList{QStringLiteral("# mine\r\n  [Default Applications]  \r\n  inode/directory = nemo.desktop ; "
-                                          "\r\n")}
-            << "nemo.desktop";
-        QTest::newRow("nothing") << QStringList{} << QString();
+        const QString gnome = QString::fromUtf8(defaultList("org.gnome.Nautilus.desktop"));
+        const auto add = [](const char* name, QStringList lists, const char* expected) {
+            QTest::newRow(name) << lists << QString::fromUtf8(expected);
+        };
+        add("one default", {gnome}, "org.gnome.Nautilus.desktop");
+        add("several ids: the first", {"[Default Applications]\ninode/directory=nemo.desktop;caja.desktop;\n"},
+            "nemo.desktop");
+        add("other types ignored",
+            {"[Default Applications]\ntext/plain=org.gnome.TextEditor.desktop\n"
+             "inode/directory-x=caja.desktop\ninode/directory=thunar.desktop\n"},
+            "thunar.desktop");
+        add("added association only", {"[Added Associations]\ninode/directory=nemo.desktop;caja.desktop;\n"},
+            "nemo.desktop");
+        add("default beats added in the same file",
+            {"[Added Associations]\ninode/directory=nemo.desktop;\n[Default "
+             "Applications]\ninode/directory=caja.desktop\n"},
+            "caja.desktop");
+        add("default in a later file beats added in an earlier one",
+            {"[Added Associations]\ninode/directory=nemo.desktop;\n", gnome}, "org.gnome.Nautilus.desktop");
+        add("earlier file wins", {"[Default Applications]\ninode/directory=org.kde.dolphin.desktop\n", gnome},
+            "org.kde.dolphin.desktop");
+        add("empty default falls through", {"[Default Applications]\ninode/directory=\n", gnome},
+            "org.gnome.Nautilus.desktop");
+        add("removed associations do not count", {"[Removed Associations]\ninode/directory=nemo.desktop\n"}, "");
+        add("blanks, comments and CRLF",
+            {"# mine\r\n  [Default Applications]  \r\n  inode/directory = nemo.desktop ; \r\n"}, "nemo.desktop");
+        add("nothing", {}, "");
     }
     void defaultHandler()
     {
         QFETCH(QStringList, lists);
-        QFETCH(QString, expected);
-        QCOMPARE(FileManagers::defaultHandlerFromMimeappsLists(lists), expected);
+        QTEST(FileManagers::defaultHandlerFromMimeappsLists(lists), "expected");
     }
 
-    void fromDesktopId_data()
+    void knownNames_data()
     {
-        QTest::addColumn<QString>("desktopId");
+        QTest::addColumn<bool>("isDesktop"); // XDG_CURRENT_DESKTOP, else a desktop file id
+        QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("id");
         QTest::addColumn<QString>("displayName");
-        QTest::newRow("GNOME Files") << "org.gnome.Nautilus.desktop"
-                                     << "nautilus"
-                                     << "Files";
-        QTest::newRow("nautilus folder handler") << "nautilus-folder-handler.desktop"
-                                                 << "nautilus"
-                                                 << "Files";
-        QTest::newRow("Dolphin") << "org.kde.dolphin.desktop"
-                                 << "dolphin"
-                                 << "Dolphin";
-        QTest::newRow("Thunar") << "Thunar-folder-handler.desktop"
-                                << "thunar"
-                                << "Thunar";
-        QTest::newRow("Thunar plain") << "thunar.desktop"
-                                      << "thunar"
-                                      << "Thunar";
-        QTest::newRow("Nemo") << "nemo.desktop"
-                              << "nemo"
-                              << "Nemo";
-        QTest::newRow("Caja") << "caja-folder-handler.desktop"
-                              << "caja"
-                              << "Caja";
-        QTest::newRow("an editor") << "code.desktop" << QString() << QString();
-        QTest::newRow("another file manager") << "pcmanfm.desktop" << QString() << QString();
-        QTest::newRow("empty") << QString() << QString() << QString();
+        const auto add = [](const char* row, bool isDesktop, const char* name, const char* id, const char* display) {
+            QTest::newRow(row) << isDesktop << QString::fromUtf8(name) << QString::fromUtf8(id)
+                               << QString::fromUtf8(display);
+        };
+        add("GNOME Files", false, "org.gnome.Nautilus.desktop", "nautilus", "Files");
+        add("nautilus folder handler", false, "nautilus-folder-handler.desktop", "nautilus", "Files");
+        add("Dolphin", false, "org.kde.dolphin.desktop", "dolphin", "Dolphin");
+        add("Thunar", false, "Thunar-folder-handler.desktop", "thunar", "Thunar");
+        add("Thunar plain", false, "thunar.desktop", "thunar", "Thunar");
+        add("Nemo", false, "nemo.desktop", "nemo", "Nemo");
+        add("Caja", false, "caja-folder-handler.desktop", "caja", "Caja");
+        add("another file manager", false, "pcmanfm.desktop", "", "");
+        add("no desktop id", false, "", "", "");
+        add("GNOME", true, "GNOME", "nautilus", "Files");
+        add("lower case", true, "gnome", "nautilus", "Files");
+        add("KDE", true, "KDE", "dolphin", "Dolphin");
+        add("XFCE", true, "XFCE", "thunar", "Thunar");
+        add("Cinnamon", true, "X-Cinnamon", "nemo", "Nemo");
+        add("MATE", true, "MATE", "caja", "Caja");
+        add("unknown first, known later", true, "LXQt:KDE", "dolphin", "Dolphin");
+        add("unknown desktop", true, "LXQt", "", "");
+        add("empty parts", true, "::", "", "");
+        add("no desktop", true, "", "", "");
     }
-    void fromDesktopId()
+    void knownNames()
     {
-        QFETCH(QString, desktopId);
-        QFETCH(QString, id);
-        QFETCH(QString, displayName);
-        const auto fm = FileManagers::fromDesktopId(desktopId);
-        QCOMPARE(idOf(fm), id);
-        if (fm)
-            QCOMPARE(fm->displayName, displayName);
-    }
-
-    void fromDesktopEnvironment_data()
-    {
-        QTest::addColumn<QString>("desktop");
-        QTest::addColumn<QString>("id");
-        QTest::newRow("GNOME") << "GNOME"
-                               << "nautilus";
-        QTest::newRow("lower case") << "gnome"
-                                    << "nautilus";
-        QTest::newRow("KDE") << "KDE"
-                             << "dolphin";
-        QTest::newRow("XFCE") << "XFCE"
-                              << "thunar";
-        QTest::newRow("Cinnamon") << "X-Cinnamon"
-                                  << "nemo";
-        QTest::newRow("MATE") << "MATE"
-                              << "caja";
-        QTest::newRow("unknown first, known later") << "LXQt:KDE"
-                                                    << "dolphin";
-        QTest::newRow("unknown") << "LXQt" << QString();
-        QTest::newRow("empty parts") << "::" << QString();
-        QTest::newRow("none") << QString() << QString();
-    }
-    void fromDesktopEnvironment()
-    {
-        QFETCH(QString, desktop);
-        QFETCH(QString, id);
-        QCOMPARE(idOf(FileManagers::fromDesktopEnvironment(desktop)), id);
+        QFETCH(bool, isDesktop);
+        QFETCH(QString, name);
+        const auto fm = isDesktop ? FileManagers::fromDesktopEnvironment(name) : FileManagers::fromDesktopId(name);
+        QTEST(idOf(fm), "id");
+        QTEST(fm ? fm->displayName : QString(), "displayName");
     }
 
     void mimeappsListPathsFollowPrecedence()
     {
         qputenv("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
         const QString sys = m_system.path();
-        const QStringList expected = {
-            m_config + QStringLiteral("/ubuntu-mimeapps.list"),
-            m_config + QStringLiteral("/gnome-mimeapps.list"),
-            m_config + QStringLiteral("/mimeapps.list"),
-            sys + QStringLiteral("/etc-xdg/ubuntu-mimeapps.list"),
-            sys + QStringLiteral("/etc-xdg/gnome-mimeapps.list"),
-            sys + QStringLiteral("/etc-xdg/mimeapps.list"),
-            m_data + QStringLiteral("/applications/ubuntu-mimeapps.list"),
-            m_data + QStringLiteral("/applications/gnome-mimeapps.list"),
-            m_data + QStringLiteral("/applications/mimeapps.list"),
-            sys + QStringLiteral("/usr-share/applications/ubuntu-mimeapps.list"),
-            sys + QStringLiteral("/usr-share/applications/gnome-mimeapps.list"),
-            sys + QStringLiteral("/usr-share/applications/mimeapps.list"),
-        };
+        QStringList expected;
+        for (const QString& dir : {m_config, sys + QStringLiteral("/etc-xdg"), m_data + QStringLiteral("/applications"),
+                                   sys + QStringLiteral("/usr-share/applications")}) {
+            for (const char* prefix : {"ubuntu-", "gnome-", ""})
+                expected << dir + QLatin1Char('/') + QLatin1String(prefix) + QStringLiteral("mimeapps.list");
+        }
         QCOMPARE(FileManagers::mimeappsListPaths(), expected);
     }
 
-    void detectPrimaryReadsTheUsersMimeappsList()
+    void detectPrimaryFromLists_data()
     {
-        QVERIFY(writeFile(m_config + QStringLiteral("/mimeapps.list"),
-                          "[Added Associations]\ninode/directory=caja.desktop;\n\n"
-                          "[Default Applications]\ninode/directory=nemo.desktop\n"));
-        qputenv("XDG_CURRENT_DESKTOP", "KDE");
-        QCOMPARE(idOf(FileManagers::detectPrimary()), QStringLiteral("nemo"));
+        QTest::addColumn<QByteArray>("userList");
+        QTest::addColumn<QByteArray>("gnomeList"); // the user's gnome-mimeapps.list
+        QTest::addColumn<QByteArray>("systemList");
+        QTest::addColumn<QByteArray>("desktop");
+        QTest::addColumn<QString>("expected");
+        const QByteArray nemo = defaultList("nemo.desktop");
+        const QByteArray caja = defaultList("caja-folder-handler.desktop");
+        QTest::newRow("user's list beats the desktop")
+            << nemo << QByteArray() << QByteArray() << QByteArray("KDE") << "nemo";
+        QTest::newRow("desktop's own list comes first")
+            << nemo << caja << QByteArray() << QByteArray("GNOME") << "caja";
+        QTest::newRow("another desktop skips GNOME's list")
+            << nemo << caja << QByteArray() << QByteArray("KDE") << "nemo";
+        QTest::newRow("system list when the user has none")
+            << QByteArray() << QByteArray() << defaultList("org.gnome.Nautilus.desktop") << QByteArray("XFCE")
+            << "nautilus";
+        QTest::newRow("unknown handler falls back to the desktop")
+            << defaultList("pcmanfm.desktop") << QByteArray() << QByteArray() << QByteArray("X-Cinnamon") << "nemo";
     }
-
-    void desktopSpecificListComesFirst()
+    void detectPrimaryFromLists()
     {
-        QVERIFY(writeFile(m_config + QStringLiteral("/mimeapps.list"),
-                          "[Default Applications]\ninode/directory=nemo.desktop\n"));
-        QVERIFY(writeFile(m_config + QStringLiteral("/gnome-mimeapps.list"),
-                          "[Default Applications]\ninode/directory=caja-folder-handler.desktop\n"));
-        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
-        QCOMPARE(idOf(FileManagers::detectPrimary()), QStringLiteral("caja"));
-        // Another desktop does not read GNOME's list.
-        qputenv("XDG_CURRENT_DESKTOP", "KDE");
-        QCOMPARE(idOf(FileManagers::detectPrimary()), QStringLiteral("nemo"));
-    }
-
-    void systemListCountsWhenTheUserHasNone()
-    {
-        QVERIFY(writeFile(m_system.filePath(QStringLiteral("usr-share/applications/mimeapps.list")),
-                          "[Default Applications]\ninode/directory=org.gnome.Nautilus.desktop\n"));
-        qputenv("XDG_CURRENT_DESKTOP", "XFCE");
-        QCOMPARE(idOf(FileManagers::detectPrimary()), QStringLiteral("nautilus"));
-    }
-
-    void unknownHandlerFallsBackToTheDesktop()
-    {
-        QVERIFY(writeFile(m_config + QStringLiteral("/mimeapps.list"),
-                          "[Default Applications]\ninode/directory=pcmanfm.desktop\n"));
-        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
-        QCOMPARE(idOf(FileManagers::detectPrimary()), QStringLiteral("nemo"));
+        QFETCH(QByteArray, userList);
+        QFETCH(QByteArray, gnomeList);
+        QFETCH(QByteArray, systemList);
+        QFETCH(QByteArray, desktop);
+        if (!userList.isEmpty())
+            QVERIFY(writeFile(m_config + QStringLiteral("/mimeapps.list"), userList));
+        if (!gnomeList.isEmpty())
+            QVERIFY(writeFile(m_config + QStringLiteral("/gnome-mimeapps.list"), gnomeList));
+        if (!systemList.isEmpty())
+            QVERIFY(writeFile(m_system.filePath(QStringLiteral("usr-share/applications/mimeapps.list")), systemList));
+        qputenv("XDG_CURRENT_DESKTOP", desktop);
+        QTEST(idOf(FileManagers::detectPrimary()), "expected");
     }
 
     void installedOnesAreFoundInPath()

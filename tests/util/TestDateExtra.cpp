@@ -15,6 +15,16 @@ QDateTime at(int y, int mo, int d, int h = 0, int mi = 0, int s = 0)
 
 // Saturday 7 March 2026, 15:07:00 local time.
 const QDateTime kNow = at(2026, 3, 7, 15, 7, 0);
+
+template <typename... Texts> void textRow(const char* name, const QDateTime& date, Texts... texts)
+{
+    ((QTest::newRow(name) << date) << ... << QString::fromUtf8(texts));
+}
+
+QList<qint64> fields(const DateExtra::Interval& iv)
+{
+    return {iv.year, iv.month, iv.weekOfYear, iv.day, iv.hour, iv.minute, iv.second};
+}
 } // namespace
 
 class TestDateExtra : public QObject
@@ -47,25 +57,20 @@ private Q_SLOTS:
     void timeDescriptionIfSameDay_data()
     {
         QTest::addColumn<QDateTime>("date");
-        QTest::addColumn<QString>("expected"); // null: not today
-        QTest::newRow("now") << kNow << "3:07PM";
-        QTest::newRow("just after midnight") << at(2026, 3, 7, 0, 30) << "12:30AM";
-        QTest::newRow("midday") << at(2026, 3, 7, 12, 5) << "12:05PM";
-        QTest::newRow("later today") << at(2026, 3, 7, 23, 59, 59) << "11:59PM";
-        QTest::newRow("yesterday late") << at(2026, 3, 6, 23, 59, 59) << QString();
-        QTest::newRow("tomorrow") << at(2026, 3, 8, 0, 0) << QString();
-        QTest::newRow("same day last year") << at(2025, 3, 7, 15, 7) << QString();
-        QTest::newRow("no date") << QDateTime() << QString();
+        QTest::addColumn<QString>("expected"); // "-": not today
+        textRow("just after midnight", at(2026, 3, 7, 0, 30), "12:30AM");
+        textRow("midday", at(2026, 3, 7, 12, 5), "12:05PM");
+        textRow("later today", at(2026, 3, 7, 23, 59, 59), "11:59PM");
+        textRow("yesterday late", at(2026, 3, 6, 23, 59, 59), "-");
+        textRow("tomorrow", at(2026, 3, 8, 0, 0), "-");
+        textRow("same day last year", at(2025, 3, 7, 15, 7), "-");
+        textRow("no date", QDateTime(), "-");
     }
     void timeDescriptionIfSameDay()
     {
         QFETCH(QDateTime, date);
-        QFETCH(QString, expected);
         ManualClock clock(kNow);
-        const std::optional<QString> text = DateExtra::timeDescriptionIfSameDay(date, clock);
-        QCOMPARE(text.has_value(), !expected.isNull());
-        if (text)
-            QCOMPARE(*text, expected);
+        QTEST(DateExtra::timeDescriptionIfSameDay(date, clock).value_or(QStringLiteral("-")), "expected");
     }
 
     void relativeTexts_data()
@@ -73,82 +78,58 @@ private Q_SLOTS:
         QTest::addColumn<QDateTime>("date");
         QTest::addColumn<QString>("shortText");
         QTest::addColumn<QString>("extended");
-        QTest::newRow("now") << kNow << "just now"
-                             << "Just now";
-        QTest::newRow("4 s") << kNow.addSecs(-4) << "just now"
-                             << "Just now";
-        QTest::newRow("5 s") << kNow.addSecs(-5) << "just now"
-                             << "5 seconds ago";
-        QTest::newRow("59 s") << kNow.addSecs(-59) << "just now"
-                              << "59 seconds ago";
-        QTest::newRow("60 s") << kNow.addSecs(-60) << QStringLiteral(u"\u0430 minute ago") << "A minute ago";
-        QTest::newRow("119 s") << kNow.addSecs(-119) << QStringLiteral(u"\u0430 minute ago") << "A minute ago";
-        QTest::newRow("120 s") << kNow.addSecs(-120) << "2 minutes ago"
-                               << "2 minutes ago";
-        QTest::newRow("59 min 59 s") << kNow.addSecs(-3599) << "59 minutes ago"
-                                     << "59 minutes ago";
-        QTest::newRow("1 h") << kNow.addSecs(-3600) << QStringLiteral(u"\u0430n hour ago") << "An hour ago";
-        QTest::newRow("23 h 59 min") << kNow.addSecs(-86340) << "23 hours ago"
-                                     << "23 hours ago";
-        QTest::newRow("1 day") << at(2026, 3, 6, 15, 7) << "yesterday"
-                               << "Opened 1 day ago";
-        QTest::newRow("2 days") << at(2026, 3, 5, 15, 7) << "Mar, 5"
-                                << "Opened 2 days ago";
-        QTest::newRow("6 days 23 h") << at(2026, 2, 28, 16, 7) << "Feb, 28"
-                                     << "Opened 6 days ago";
-        QTest::newRow("7 days") << at(2026, 2, 28, 15, 7) << "1 week ago"
-                                << "Opened more than 1 week ago";
-        QTest::newRow("27 days 23:59") << at(2026, 2, 7, 15, 8) << "3 weeks ago"
-                                       << "Opened more than 3 weeks ago";
+        textRow("4 s", kNow.addSecs(-4), "just now", "Just now");
+        textRow("5 s", kNow.addSecs(-5), "just now", "5 seconds ago");
+        textRow("59 s", kNow.addSecs(-59), "just now", "59 seconds ago");
+        // The short texts' first letter is the Cyrillic a.
+        textRow("60 s", kNow.addSecs(-60), "\u0430 minute ago", "A minute ago");
+        textRow("119 s", kNow.addSecs(-119), "\u0430 minute ago", "A minute ago");
+        textRow("120 s", kNow.addSecs(-120), "2 minutes ago", "2 minutes ago");
+        textRow("59 min 59 s", kNow.addSecs(-3599), "59 minutes ago", "59 minutes ago");
+        textRow("1 h", kNow.addSecs(-3600), "\u0430n hour ago", "An hour ago");
+        textRow("23 h 59 min", kNow.addSecs(-86340), "23 hours ago", "23 hours ago");
+        textRow("1 day", at(2026, 3, 6, 15, 7), "yesterday", "Opened 1 day ago");
+        textRow("2 days", at(2026, 3, 5, 15, 7), "Mar, 5", "Opened 2 days ago");
+        textRow("6 days 23 h", at(2026, 2, 28, 16, 7), "Feb, 28", "Opened 6 days ago");
+        textRow("7 days", at(2026, 2, 28, 15, 7), "1 week ago", "Opened more than 1 week ago");
+        textRow("27 days 23:59", at(2026, 2, 7, 15, 8), "3 weeks ago", "Opened more than 3 weeks ago");
         // February has 28 days: a calendar month, not four weeks.
-        QTest::newRow("one calendar month") << at(2026, 2, 7, 15, 7) << "1 month ago"
-                                            << "Opened more than 1 month ago";
-        QTest::newRow("31 Jan to 7 Mar") << at(2026, 1, 31, 12, 0) << "1 month ago"
-                                         << "Opened more than 1 month ago";
-        QTest::newRow("11 months") << at(2025, 3, 7, 15, 8) << "11 months ago"
-                                   << "Opened more than 11 months ago";
-        QTest::newRow("1 year") << at(2025, 3, 7, 15, 7) << "1 year ago"
-                                << "Opened more than 1 year ago";
-        QTest::newRow("1 s ahead") << kNow.addSecs(1) << "just now"
-                                   << "Just now";
-        QTest::newRow("a year ahead") << at(2027, 3, 7, 15, 7) << "just now"
-                                      << "Just now";
+        textRow("one calendar month", at(2026, 2, 7, 15, 7), "1 month ago", "Opened more than 1 month ago");
+        textRow("31 Jan to 7 Mar", at(2026, 1, 31, 12, 0), "1 month ago", "Opened more than 1 month ago");
+        textRow("11 months", at(2025, 3, 7, 15, 8), "11 months ago", "Opened more than 11 months ago");
+        textRow("1 year", at(2025, 3, 7, 15, 7), "1 year ago", "Opened more than 1 year ago");
+        textRow("a year ahead", at(2027, 3, 7, 15, 7), "just now", "Just now");
     }
     void relativeTexts()
     {
         QFETCH(QDateTime, date);
-        QFETCH(QString, shortText);
-        QFETCH(QString, extended);
         ManualClock clock(kNow);
-        QCOMPARE(DateExtra::stringDateIntervalSinceNow(date, clock), shortText);
-        QCOMPARE(DateExtra::stringDateIntervalSinceNowExtended(date, clock), extended);
+        QTEST(DateExtra::stringDateIntervalSinceNow(date, clock), "shortText");
+        QTEST(DateExtra::stringDateIntervalSinceNowExtended(date, clock), "extended");
     }
 
-    void calendarIntervalIsACalendarDifference()
+    void calendarInterval_data()
     {
+        QTest::addColumn<QDateTime>("from");
+        QTest::addColumn<QDateTime>("to");
+        QTest::addColumn<QList<qint64>>("expected"); // years, months, weeks, days, hours, minutes, seconds
         // 366 days across a leap day is one year and one day, not one year and a remainder of hours.
-        const DateExtra::Interval iv = DateExtra::calendarInterval(at(2023, 3, 7, 10, 0), at(2024, 3, 7, 12, 30, 15));
-        QCOMPARE(iv.year, 1);
-        QCOMPARE(iv.month, 0);
-        QCOMPARE(iv.weekOfYear, 0);
-        QCOMPARE(iv.day, 0);
-        QCOMPARE(iv.hour, 2);
-        QCOMPARE(iv.minute, 30);
-        QCOMPARE(iv.second, qint64(15));
-        const DateExtra::Interval mixed = DateExtra::calendarInterval(at(2026, 1, 10), at(2026, 3, 29, 1));
-        QCOMPARE(mixed.month, 2);
-        QCOMPARE(mixed.weekOfYear, 2);
-        QCOMPARE(mixed.day, 5);
-        QCOMPARE(mixed.hour, 1);
-        const DateExtra::Interval back = DateExtra::calendarInterval(at(2026, 3, 29, 1), at(2026, 1, 10));
-        QCOMPARE(back.month, -2);
-        QCOMPARE(back.day, -5);
+        QTest::newRow("across a leap day")
+            << at(2023, 3, 7, 10, 0) << at(2024, 3, 7, 12, 30, 15) << QList<qint64>{1, 0, 0, 0, 2, 30, 15};
+        QTest::newRow("months, weeks and days")
+            << at(2026, 1, 10) << at(2026, 3, 29, 1) << QList<qint64>{0, 2, 2, 5, 1, 0, 0};
+        QTest::newRow("backwards") << at(2026, 3, 29, 1) << at(2026, 1, 10) << QList<qint64>{0, -2, -2, -5, -1, 0, 0};
+    }
+    void calendarInterval()
+    {
+        QFETCH(QDateTime, from);
+        QFETCH(QDateTime, to);
+        QTEST(fields(DateExtra::calendarInterval(from, to)), "expected");
     }
 
     void shortStringDate()
     {
         QCOMPARE(DateExtra::shortStringDate(QDateTime::fromSecsSinceEpoch(0)), QString());
-        QCOMPARE(DateExtra::shortStringDate(at(2026, 3, 7, 15, 7)), QStringLiteral("Mar, 7"));
         QCOMPARE(DateExtra::shortStringDate(at(2026, 12, 31, 23, 59)), QStringLiteral("Dec, 31"));
         QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
         const QString german = DateExtra::shortStringDate(at(2026, 3, 7));
@@ -162,7 +143,6 @@ private Q_SLOTS:
         QTest::addColumn<QDateTime>("b");
         QTest::addColumn<bool>("sameDay");
         QTest::addColumn<bool>("sameMonth");
-        QTest::newRow("same instant") << kNow << kNow << true << true;
         QTest::newRow("both ends of a day") << at(2026, 3, 7) << at(2026, 3, 7, 23, 59, 59) << true << true;
         QTest::newRow("across midnight") << at(2026, 3, 7, 23, 59, 59) << at(2026, 3, 8) << false << true;
         QTest::newRow("across a month") << at(2026, 3, 31, 23, 59) << at(2026, 4, 1) << false << false;
@@ -198,63 +178,45 @@ private Q_SLOTS:
     void dayAndMonthNumbers()
     {
         QFETCH(QDateTime, date);
-        QFETCH(int, day);
         QFETCH(int, month);
-        QFETCH(int, daysInMonth);
         QFETCH(QString, monthName);
-        QCOMPARE(DateExtra::getDayNumber(date), day);
+        QTEST(DateExtra::getDayNumber(date), "day");
         QCOMPARE(DateExtra::getMonthNumber(date), month);
-        QCOMPARE(DateExtra::getDayCountInMonth(date), daysInMonth);
+        QTEST(DateExtra::getDayCountInMonth(date), "daysInMonth");
         QCOMPARE(DateExtra::getMonthName(date).value_or(QString()), monthName);
+        QCOMPARE(DateExtra::getMonthNameByNum(month).value_or(QString()), monthName);
     }
 
-    void monthNameByNumber()
+    void monthNumberOutOfRangeHasNoName()
     {
-        QCOMPARE(DateExtra::getMonthNameByNum(1).value_or(QString()), QStringLiteral("January"));
-        QCOMPARE(DateExtra::getMonthNameByNum(12).value_or(QString()), QStringLiteral("December"));
         QVERIFY(!DateExtra::getMonthNameByNum(0));
         QVERIFY(!DateExtra::getMonthNameByNum(13));
-        QVERIFY(!DateExtra::getMonthNameByNum(-1));
     }
 
-    void monthShift_data()
+    void shifts_data()
     {
         QTest::addColumn<QDateTime>("date");
         QTest::addColumn<int>("months");
+        QTest::addColumn<int>("years");
         QTest::addColumn<QDateTime>("expected");
-        QTest::newRow("next month, time kept") << at(2026, 3, 7, 15, 7, 9) << 1 << at(2026, 4, 7, 15, 7, 9);
-        QTest::newRow("zero") << at(2026, 12, 31, 8) << 0 << at(2026, 12, 31, 8);
-        QTest::newRow("wraps into next year") << at(2026, 11, 15) << 2 << at(2027, 1, 15);
-        QTest::newRow("wraps into last year") << at(2026, 1, 15) << -1 << at(2025, 12, 15);
-        QTest::newRow("31 Jan + 1 clamps") << at(2026, 1, 31) << 1 << at(2026, 2, 28);
-        QTest::newRow("31 Mar - 1 clamps to leap day") << at(2024, 3, 31) << -1 << at(2024, 2, 29);
-        QTest::newRow("more than a year back") << at(2026, 3, 7) << -30 << at(2023, 9, 7);
-        QTest::newRow("31 Aug + 18 clamps") << at(2026, 8, 31, 6) << 18 << at(2028, 2, 29, 6);
+        QTest::newRow("next month, time kept") << at(2026, 3, 7, 15, 7, 9) << 1 << 0 << at(2026, 4, 7, 15, 7, 9);
+        QTest::newRow("zero") << at(2026, 12, 31, 8) << 0 << 0 << at(2026, 12, 31, 8);
+        QTest::newRow("wraps into last year") << at(2026, 1, 15) << -1 << 0 << at(2025, 12, 15);
+        QTest::newRow("31 Jan + 1 clamps") << at(2026, 1, 31) << 1 << 0 << at(2026, 2, 28);
+        QTest::newRow("31 Mar - 1 clamps to leap day") << at(2024, 3, 31) << -1 << 0 << at(2024, 2, 29);
+        QTest::newRow("more than a year back") << at(2026, 3, 7) << -30 << 0 << at(2023, 9, 7);
+        QTest::newRow("31 Aug + 18 clamps") << at(2026, 8, 31, 6) << 18 << 0 << at(2028, 2, 29, 6);
+        QTest::newRow("29 Feb + 1 year") << at(2024, 2, 29, 10, 11, 12) << 0 << 1 << at(2025, 2, 28, 10, 11, 12);
+        QTest::newRow("29 Feb - 1 year") << at(2024, 2, 29) << 0 << -1 << at(2023, 2, 28);
+        QTest::newRow("29 Feb + 76 years to 2100") << at(2024, 2, 29) << 0 << 76 << at(2100, 2, 28);
     }
-    void monthShift()
+    void shifts()
     {
         QFETCH(QDateTime, date);
         QFETCH(int, months);
-        QFETCH(QDateTime, expected);
-        QCOMPARE(DateExtra::dateWithMonthsSinceDate(date, months), expected);
-    }
-
-    void yearShift_data()
-    {
-        QTest::addColumn<QDateTime>("date");
-        QTest::addColumn<int>("years");
-        QTest::addColumn<QDateTime>("expected");
-        QTest::newRow("29 Feb + 1") << at(2024, 2, 29, 10, 11, 12) << 1 << at(2025, 2, 28, 10, 11, 12);
-        QTest::newRow("29 Feb - 1") << at(2024, 2, 29) << -1 << at(2023, 2, 28);
-        QTest::newRow("29 Feb + 76 to 2100") << at(2024, 2, 29) << 76 << at(2100, 2, 28);
-        QTest::newRow("ten years back") << kNow << -10 << at(2016, 3, 7, 15, 7);
-    }
-    void yearShift()
-    {
-        QFETCH(QDateTime, date);
         QFETCH(int, years);
-        QFETCH(QDateTime, expected);
-        QCOMPARE(DateExtra::dateWithYearsSinceDate(date, years), expected);
+        QTEST(years ? DateExtra::dateWithYearsSinceDate(date, years) : DateExtra::dateWithMonthsSinceDate(date, months),
+              "expected");
     }
 
     void shiftsFromNowUseTheClock()
@@ -285,13 +247,12 @@ private Q_SLOTS:
         QFETCH(int, month);
         QFETCH(int, day);
         QFETCH(int, calendar);
-        QFETCH(int, expected);
         std::optional<QCalendar> cal;
         if (calendar >= 0)
             cal = QCalendar(static_cast<QCalendar::System>(calendar));
         const DateExtra::DateComponents c =
             DateExtra::checkDayInMonthForDateComponents({year, month, day, 1, 2, 3}, cal);
-        QCOMPARE(c.day, expected);
+        QTEST(c.day, "expected");
         QCOMPARE(c.year, year);
         QCOMPARE(c.month, month);
         QCOMPARE(c.hour, 1);
@@ -318,8 +279,7 @@ private Q_SLOTS:
         QFETCH(QDateTime, expected);
         const std::optional<QDateTime> date = DateExtra::convertUTCtoNSDate(record);
         QCOMPARE(date.has_value(), expected.isValid());
-        if (date)
-            QCOMPARE(*date, expected);
+        QCOMPARE(date.value_or(QDateTime()), expected);
     }
 };
 
