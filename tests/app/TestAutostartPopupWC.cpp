@@ -1,73 +1,51 @@
 #include "app/AutostartPopupWC.h"
-#include "app/NotificationCenter.h"
-#include "app/QBPurgeController.h"
-#include "app/Settings.h"
-#include "support/ManualClock.h"
-#include "util/MacOSVersion.h"
+#include "support/SettingsFixture.h"
 
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QTest>
 
 class TestAutostartPopupWC : public QObject
 {
     Q_OBJECT
-private slots:
-    void init();
-    void messageNamesTheSizeInBold();
-    void yesAsksForAutoStartAndAutoFree();
-    void noStopsTheOffer();
-
 private:
-    QTemporaryDir m_dir;
-    std::unique_ptr<UserDefaults> m_standard;
-    std::unique_ptr<UserDefaults> m_group;
-    MacOSVersion m_version{std::nullopt};
-    ManualClock m_clock;
-    std::unique_ptr<Settings> m_settings;
-    NotificationCenter m_center;
-    int m_run = 0;
+    std::unique_ptr<SettingsFixture> m_home;
+
+private Q_SLOTS:
+    void init() { m_home = std::make_unique<SettingsFixture>(); }
+
+    void messageNamesTheSizeInBold()
+    {
+        AutostartPopupWC popup(m_home->settings, m_home->center);
+        popup.setCleanedSize(734003200);
+        QCOMPARE(popup.messageText(), QStringLiteral("You have cleaned <b>700 MB</b> of memory."));
+    }
+
+    void yesAsksForAutoStartAndAutoFreeNoStopsTheOffer_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<int>("posts");
+        QTest::addColumn<bool>("offerStays");
+        QTest::newRow("yes") << "btn_Yes" << 1 << true;
+        QTest::newRow("no") << "btn_No" << 0 << false;
+    }
+    void yesAsksForAutoStartAndAutoFreeNoStopsTheOffer()
+    {
+        QFETCH(QString, button);
+        QFETCH(bool, offerStays);
+        int posts = 0;
+        m_home->center.addObserver(QBPurgeController::TurnOnAutoStartAndAutoFreeNotificationName(), nullptr, this,
+                                   [&posts](const Notification&) { ++posts; });
+        AutostartPopupWC popup(m_home->settings, m_home->center);
+        popup.show();
+        popup.findChild<QPushButton*>(button)->click();
+        m_home->center.removeObservers(this);
+        QTEST(posts, "posts");
+        QVERIFY(!popup.isVisible());
+        QCOMPARE(UserDefaults(m_home->standard.filePath())
+                     .getBoolValueForKey(SettingsKey::ShowAutostartPopupAfterClean, true),
+                 offerStays);
+    }
 };
-
-void TestAutostartPopupWC::init()
-{
-    ++m_run;
-    m_standard = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("s%1.json").arg(m_run)));
-    m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g%1.json").arg(m_run)));
-    m_settings = std::make_unique<Settings>(*m_standard, *m_group, m_version, m_clock);
-}
-
-void TestAutostartPopupWC::messageNamesTheSizeInBold()
-{
-    AutostartPopupWC popup(*m_settings, m_center);
-    popup.setCleanedSize(734003200);
-    QCOMPARE(popup.messageText(), QStringLiteral("You have cleaned <b>700 MB</b> of memory."));
-}
-
-void TestAutostartPopupWC::yesAsksForAutoStartAndAutoFree()
-{
-    int posted = 0;
-    m_center.addObserver(QBPurgeController::TurnOnAutoStartAndAutoFreeNotificationName(), nullptr, this,
-                         [&posted](const Notification&) { ++posted; });
-    AutostartPopupWC popup(*m_settings, m_center);
-    popup.show();
-    popup.findChild<QPushButton*>(QStringLiteral("btn_Yes"))->click();
-    QCOMPARE(posted, 1);
-    QVERIFY(!popup.isVisible());
-    QVERIFY(m_settings->showAutostartPopupAfterPurge());
-    m_center.removeObservers(this);
-}
-
-void TestAutostartPopupWC::noStopsTheOffer()
-{
-    AutostartPopupWC popup(*m_settings, m_center);
-    popup.show();
-    QVERIFY(m_settings->showAutostartPopupAfterPurge());
-    popup.findChild<QPushButton*>(QStringLiteral("btn_No"))->click();
-    QVERIFY(!popup.isVisible());
-    QCOMPARE(UserDefaults(m_standard->filePath()).objectForKey(SettingsKey::ShowAutostartPopupAfterClean),
-             QVariant(false));
-}
 
 QTEST_MAIN(TestAutostartPopupWC)
 #include "TestAutostartPopupWC.moc"

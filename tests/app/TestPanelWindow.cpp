@@ -1,18 +1,12 @@
-#include "app/CleanMemoryButton.h"
-#include "app/NotificationCenter.h"
 #include "app/PanelWindow.h"
 #include "app/PanelWindowDelegate.h"
-#include "app/Settings.h"
 #include "support/SettingsFixture.h"
-#include "util/MacOSVersion.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QLineEdit>
 #include <QScreen>
-#include <QTemporaryDir>
 #include <QTest>
-
-#include <memory>
 
 namespace {
 
@@ -67,14 +61,25 @@ private Q_SLOTS:
         QVERIFY(!panel->isVisible());
     }
 
-    void clickOpensUnderTheIconAndAgainCloses()
+    void clickOpensBesideTheIconAndAgainCloses_data()
     {
+        QTest::addColumn<bool>("atBottom");
+        QTest::newRow("icon at the top") << false;
+        QTest::newRow("icon at the bottom") << true;
+    }
+    void clickOpensBesideTheIconAndAgainCloses()
+    {
+        QFETCH(bool, atBottom);
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        if (atBottom)
+            m_delegate.trayFrame = QRect(area.center().x(), area.bottom() - 23, 24, 24);
         auto panel = makePanel();
         panel->processActionOfStatusItem(true);
         QVERIFY(panel->isVisible());
-        QVERIFY(panel->geometry().top() > m_delegate.trayFrame.bottom());
-        QVERIFY(qAbs(panel->geometry().center().x() - m_delegate.trayFrame.center().x()) <= 1 ||
-                panel->geometry().right() == panel->screen()->availableGeometry().right());
+        const QRect frame = panel->geometry();
+        QVERIFY(atBottom ? frame.bottom() < m_delegate.trayFrame.top() : frame.top() > m_delegate.trayFrame.bottom());
+        QVERIFY(area.contains(frame));
+        QVERIFY(qAbs(frame.center().x() - m_delegate.trayFrame.center().x()) <= 1 || frame.right() == area.right());
         panel->processActionOfStatusItem(false); // may not close: stays
         QVERIFY(panel->isVisible());
         panel->processActionOfStatusItem(true);
@@ -115,16 +120,6 @@ private Q_SLOTS:
         QCOMPARE(*stored, panel->frameGeometry().topLeft());
     }
 
-    void opensAboveAnIconAtTheBottomEdge()
-    {
-        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
-        m_delegate.trayFrame = QRect(area.center().x(), area.bottom() - 23, 24, 24);
-        auto panel = makePanel();
-        panel->processActionOfStatusItem(true);
-        QVERIFY(panel->geometry().bottom() < m_delegate.trayFrame.top());
-        QVERIFY(area.contains(panel->geometry()));
-    }
-
     void memoryTitleAndSubtitleFormats_data()
     {
         QTest::addColumn<double>("fraction");
@@ -143,7 +138,7 @@ private Q_SLOTS:
         QCOMPARE(panel->subtitleText(), QStringLiteral("1.46 MB used of 8.00 GB"));
     }
 
-    void cleanedLineShowsForThirtySecondsThenRevertsByItself()
+    void cleanedLineShowsForThirtySecondsOrUntilAClick()
     {
         auto panel = makePanel();
         panel->fillInfoPanelWithUsedMemoryPercent(0.5, 4LL << 30, 8LL << 30);
@@ -153,6 +148,12 @@ private Q_SLOTS:
         panel->onPurgedMemory();
         QCOMPARE(panel->subtitleTag(), 2);
         QCOMPARE(panel->subtitleText(), QStringLiteral("700 MB cleaned 3:07PM"));
+        // A click reverts at once and cancels the timer.
+        panel->subtitleLabelClicked();
+        QCOMPARE(panel->subtitleTag(), 1);
+        QCOMPARE(m_home->clock.pendingCount(), 0);
+
+        panel->onPurgedMemory();
         // New figures arrive while the cleaned line shows: they wait for the revert.
         panel->fillInfoPanelWithUsedMemoryPercent(0.25, 2LL << 30, 8LL << 30);
         QCOMPARE(panel->subtitleText(), QStringLiteral("700 MB cleaned 3:07PM"));
@@ -161,17 +162,6 @@ private Q_SLOTS:
         m_home->clock.advance(1);
         QCOMPARE(panel->subtitleTag(), 1);
         QCOMPARE(panel->subtitleText(), QStringLiteral("2.00 GB used of 8.00 GB"));
-    }
-
-    void aClickDuringTheCleanedLineRevertsAndCancelsTheTimer()
-    {
-        auto panel = makePanel();
-        panel->fillInfoPanelWithUsedMemoryPercent(0.5, 4LL << 30, 8LL << 30);
-        panel->fillLastCleanedLabelWithSize(1LL << 30, QStringLiteral("9:00AM"));
-        panel->onPurgedMemory();
-        panel->subtitleLabelClicked();
-        QCOMPARE(panel->subtitleTag(), 1);
-        QCOMPARE(m_home->clock.pendingCount(), 0);
     }
 
     void searchHandOffGivesTheTextAndClosesAnAttachedPanel()

@@ -1,8 +1,6 @@
 #include "app/Settings.h"
-#include "support/ManualClock.h"
-#include "util/MacOSVersion.h"
+#include "support/SettingsFixture.h"
 
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
@@ -11,21 +9,17 @@ class TestSettings : public QObject
 {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir;
-    std::unique_ptr<UserDefaults> m_standard;
-    std::unique_ptr<UserDefaults> m_group;
-    ManualClock m_clock;
+    std::unique_ptr<SettingsFixture> m_home;
+    const MacOSVersion m_anyVersion{std::nullopt};
 
-    Settings make(const MacOSVersion& version) { return Settings(*m_standard, *m_group, version, m_clock); }
+    // Another Settings over the same domains, as a later start sees them.
+    Settings make(const MacOSVersion& version)
+    {
+        return Settings(m_home->standard, m_home->group, version, m_home->clock);
+    }
 
 private Q_SLOTS:
-    void init()
-    {
-        QFile::remove(m_dir.filePath(QStringLiteral("s.json")));
-        QFile::remove(m_dir.filePath(QStringLiteral("g.json")));
-        m_standard = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("s.json")));
-        m_group = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("g.json")));
-    }
+    void init() { m_home = std::make_unique<SettingsFixture>(); }
 
     void versionDependentDefaults()
     {
@@ -36,20 +30,17 @@ private Q_SLOTS:
         QCOMPARE(make(mojave).shouldShowInformationAboutAccessibilityAlerts(), true);
         QCOMPARE(make(highSierra).shouldShowInformationAboutAccessibilityAlerts(), false);
         // Reading never writes a default.
-        QVERIFY(m_standard->dictionaryRepresentation().isEmpty());
-        Settings s = make(mojave);
-        s.setShouldCheckHiddenFilesVisibility(true);
+        QVERIFY(m_home->standard.dictionaryRepresentation().isEmpty());
+        make(mojave).setShouldCheckHiddenFilesVisibility(true);
         QCOMPARE(make(mojave).shouldCheckHiddenFilesVisibility(), true);
     }
 
     void panelLockDefaultsToLockedAndKeepsAStoredFalse()
     {
-        const MacOSVersion v(std::nullopt);
-        Settings s = make(v);
-        QVERIFY(s.isWindowLocked());
-        s.saveWindowLockedState(false);
-        QVERIFY(!UserDefaults(m_standard->filePath()).boolForKey(SettingsKey::WindowLock));
-        QVERIFY(!make(v).isWindowLocked());
+        QVERIFY(m_home->settings.isWindowLocked());
+        m_home->settings.saveWindowLockedState(false);
+        QVERIFY(!UserDefaults(m_home->standard.filePath()).boolForKey(SettingsKey::WindowLock));
+        QVERIFY(!make(m_anyVersion).isWindowLocked());
     }
 
     void windowPositionIsStoredAndKeptOnScreen_data()
@@ -65,11 +56,10 @@ private Q_SLOTS:
     {
         QFETCH(QRect, saved);
         QFETCH(QPoint, expected);
-        const MacOSVersion v(std::nullopt);
-        Settings s = make(v);
-        QVERIFY(!s.restoreWindowFramePosition(saved.size(), QRect(0, 0, 1024, 700)));
-        s.saveWindowFramePosition(saved);
-        QCOMPARE(make(v).restoreWindowFramePosition(saved.size(), QRect(0, 0, 1024, 700)), expected);
+        const QRect screen(0, 0, 1024, 700);
+        QVERIFY(!m_home->settings.restoreWindowFramePosition(saved.size(), screen));
+        m_home->settings.saveWindowFramePosition(saved);
+        QCOMPARE(make(m_anyVersion).restoreWindowFramePosition(saved.size(), screen), expected);
     }
 
     void rateScheduleFollowsTheFirstTwoVersionNumbers()
@@ -77,12 +67,11 @@ private Q_SLOTS:
         QCOMPARE(Settings::buildAppVersionWith2Numbers(QStringLiteral("2.4.1")), QStringLiteral("2.4"));
         QCOMPARE(Settings::buildAppVersionWith2Numbers(QStringLiteral("3")), QStringLiteral("3"));
 
-        const MacOSVersion v(std::nullopt);
-        Settings s = make(v);
+        Settings& s = m_home->settings;
         QVERIFY(s.isTimeToShowRateDialogIsNow()); // nothing stored yet
         s.notifyRateDialogDataThatAppStarted(QStringLiteral("2.4.1"));
         QVERIFY(!s.isTimeToShowRateDialogIsNow());
-        m_clock.advance(14LL * 24 * 3600 * 1000);
+        m_home->clock.advance(14LL * 24 * 3600 * 1000);
         QVERIFY(s.isTimeToShowRateDialogIsNow());
 
         s.notifyRateDialogDataThatRateDialogShowedAutomatically(true);
@@ -93,21 +82,19 @@ private Q_SLOTS:
         // A patch release keeps the schedule; a minor release starts it again.
         s.notifyRateDialogDataThatAppStarted(QStringLiteral("2.4.2"));
         QCOMPARE(s.getCountOfRateDialogAutoShowed(), 1);
-        QVERIFY(m_standard->boolForKey(SettingsKey::RateIsUserSelectStar));
+        QVERIFY(m_home->standard.boolForKey(SettingsKey::RateIsUserSelectStar));
         s.notifyRateDialogDataThatAppStarted(QStringLiteral("2.5"));
         QCOMPARE(s.getCountOfRateDialogAutoShowed(), 0);
-        QVERIFY(!m_standard->boolForKey(SettingsKey::RateIsUserSelectStar));
-        QCOMPARE(m_standard->dateForKey(SettingsKey::RateNextShowDate), m_clock.now().addSecs(1209600));
+        QVERIFY(!m_home->standard.boolForKey(SettingsKey::RateIsUserSelectStar));
+        QCOMPARE(m_home->standard.dateForKey(SettingsKey::RateNextShowDate), m_home->clock.now().addSecs(1209600));
     }
 
     void cleanedSizeKeepsLargeCounts()
     {
-        const MacOSVersion v(std::nullopt);
-        Settings s = make(v);
-        QCOMPARE(s.cleanedSize(), 0u);
-        s.setCleanedSize(6'000'000'000ULL);
-        QCOMPARE(make(v).cleanedSize(), 6'000'000'000ULL);
-        QVERIFY(s.showAutostartPopupAfterPurge());
+        QCOMPARE(m_home->settings.cleanedSize(), 0u);
+        m_home->settings.setCleanedSize(6'000'000'000ULL);
+        QCOMPARE(make(m_anyVersion).cleanedSize(), 6'000'000'000ULL);
+        QVERIFY(m_home->settings.showAutostartPopupAfterPurge());
     }
 };
 

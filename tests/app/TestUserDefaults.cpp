@@ -95,29 +95,26 @@ private Q_SLOTS:
         QVERIFY(UserDefaults(path()).dictionaryRepresentation().isEmpty());
     }
 
+    void corruptFileIsKeptAsideAndNeverOverwritten_data()
+    {
+        QTest::addColumn<QByteArray>("garbage");
+        QTest::newRow("broken json") << QByteArray("{\"Initialized\": true, oops");
+        QTest::newRow("json that is not an object") << QByteArray("[1, 2]");
+    }
     void corruptFileIsKeptAsideAndNeverOverwritten()
     {
-        QDir().mkpath(QFileInfo(path()).absolutePath());
-        const QByteArray garbage = "{\"Initialized\": true, oops";
+        QFETCH(QByteArray, garbage);
+        const QString dir = QFileInfo(path()).absolutePath();
+        QDir().mkpath(dir);
         writeAll(path(), garbage);
         UserDefaults d(path());
         QVERIFY(d.dictionaryRepresentation().isEmpty());
         QVERIFY(d.isWritable());
-        const QStringList aside =
-            QDir(QFileInfo(path()).absolutePath()).entryList({QStringLiteral("domain.json.corrupt-*")}, QDir::Files);
+        const QStringList aside = QDir(dir).entryList({QStringLiteral("domain.json.corrupt-*")}, QDir::Files);
         QCOMPARE(aside.size(), 1);
-        QCOMPARE(readAll(QFileInfo(path()).absolutePath() + QLatin1Char('/') + aside.first()), garbage);
+        QCOMPARE(readAll(dir + QLatin1Char('/') + aside.first()), garbage);
         d.setObject(true, QStringLiteral("fresh"));
         QVERIFY(UserDefaults(path()).boolForKey(QStringLiteral("fresh")));
-    }
-
-    void jsonThatIsNotAnObjectCountsAsCorrupt()
-    {
-        QDir().mkpath(QFileInfo(path()).absolutePath());
-        writeAll(path(), "[1, 2]");
-        UserDefaults d(path());
-        QVERIFY(d.dictionaryRepresentation().isEmpty());
-        QVERIFY(!QFile::exists(path()) || readAll(path()) != "[1, 2]");
     }
 
     void unreadableFileThatCannotBeMovedStaysUntouched()

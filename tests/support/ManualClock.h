@@ -4,6 +4,8 @@
 
 #include <QPointer>
 
+#include <algorithm>
+#include <tuple>
 #include <vector>
 
 // A clock for tests: time stands still until advance() moves it, which runs the delayed calls that
@@ -29,13 +31,10 @@ public:
     {
         const QDateTime end = m_now.addMSecs(ms);
         for (;;) {
-            auto next = m_pending.end();
-            for (auto it = m_pending.begin(); it != m_pending.end(); ++it) {
-                if (it->due <= end && (next == m_pending.end() || it->due < next->due
-                                       || (it->due == next->due && it->sequence < next->sequence)))
-                    next = it;
-            }
-            if (next == m_pending.end())
+            const auto next = std::min_element(m_pending.begin(), m_pending.end(), [](const auto& a, const auto& b) {
+                return std::tie(a.due, a.sequence) < std::tie(b.due, b.sequence);
+            });
+            if (next == m_pending.end() || next->due > end)
                 break;
             Pending call = std::move(*next);
             m_pending.erase(next);
@@ -48,13 +47,10 @@ public:
         m_now = end;
     }
 
-    void setNow(const QDateTime& now) { m_now = now; }
     int pendingCount() const
     {
-        int n = 0;
-        for (const Pending& p : m_pending)
-            n += (*p.cancelled || p.ctx.isNull()) ? 0 : 1;
-        return n;
+        return static_cast<int>(std::count_if(m_pending.begin(), m_pending.end(),
+                                              [](const Pending& p) { return !*p.cancelled && !p.ctx.isNull(); }));
     }
 
 private:
