@@ -6,58 +6,52 @@ class TestMemoryFigures : public QObject
 {
     Q_OBJECT
 private slots:
-    void percentTitle_data();
-    void percentTitle();
-    void figuresFromCounters();
-    void countersAboveTheTotalLeaveNothingFree();
+    void percentTitle_data()
+    {
+        QTest::addColumn<double>("fraction");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("rounds") << 0.456 << "46%";
+        QTest::newRow("padded to two") << 0.05 << " 5%";
+        QTest::newRow("nothing") << 0.0 << " 0%";
+        QTest::newRow("full") << 1.0 << "100%";
+    }
+    void percentTitle()
+    {
+        QFETCH(double, fraction);
+        QTEST(MemoryFigures::percentTitle(fraction), "title");
+    }
+
+    void figuresFromCounters()
+    {
+        VmStatistics64 s;
+        s.internal_page_count = 1000;
+        s.purgeable_count = 100;
+        s.wire_count = 300;
+        s.compressor_page_count = 50;
+        s.active_count = 99999; // not part of the used figure
+        // A physical size that is not a whole number of pages: the total is rounded down to pages.
+        const MemoryFigures f = MemoryFigures::from(s, 10000 * 4096 + 123, 4096);
+        QCOMPARE(f.totalPages, quint64(10000));
+        QCOMPARE(f.usedPages, quint64(1250));
+        QCOMPARE(f.freePages, quint64(8750));
+        QCOMPARE(f.usedSize(), quint64(1250) * 4096);
+        QCOMPARE(f.freeSize(), quint64(8750) * 4096);
+        QCOMPARE(f.usedFraction(), 0.125);
+    }
+
+    void countersAboveTheTotalLeaveNothingFree()
+    {
+        VmStatistics64 s;
+        s.internal_page_count = 120;
+        const MemoryFigures f = MemoryFigures::from(s, 100 * 4096, 4096);
+        QCOMPARE(f.freePages, quint64(0));
+        QVERIFY(f.usedFraction() > 1.0);
+        // No page size: no pages at all rather than a division by zero.
+        const MemoryFigures none = MemoryFigures::from(s, 100 * 4096, 0);
+        QCOMPARE(none.totalPages, quint64(0));
+        QCOMPARE(none.usedFraction(), 0.0);
+    }
 };
-
-void TestMemoryFigures::percentTitle_data()
-{
-    QTest::addColumn<double>("fraction");
-    QTest::addColumn<QString>("title");
-    QTest::newRow("rounds") << 0.456 << "46%";
-    QTest::newRow("padded to two") << 0.05 << " 5%";
-    QTest::newRow("nothing") << 0.0 << " 0%";
-    QTest::newRow("full") << 1.0 << "100%";
-}
-
-void TestMemoryFigures::percentTitle()
-{
-    QFETCH(double, fraction);
-    QTEST(MemoryFigures::percentTitle(fraction), "title");
-}
-
-void TestMemoryFigures::figuresFromCounters()
-{
-    VmStatistics64 s;
-    s.internal_page_count = 1000;
-    s.purgeable_count = 100;
-    s.wire_count = 300;
-    s.compressor_page_count = 50;
-    s.active_count = 99999; // not part of the used figure
-    // A physical size that is not a whole number of pages: the total is rounded down to pages.
-    const MemoryFigures f = MemoryFigures::from(s, 10000 * 4096 + 123, 4096);
-    QCOMPARE(f.totalPages, quint64(10000));
-    QCOMPARE(f.usedPages, quint64(1250));
-    QCOMPARE(f.freePages, quint64(8750));
-    QCOMPARE(f.usedSize(), quint64(1250) * 4096);
-    QCOMPARE(f.freeSize(), quint64(8750) * 4096);
-    QCOMPARE(f.usedSize() + f.freeSize(), quint64(10000) * 4096);
-    QCOMPARE(f.usedFraction(), 0.125);
-}
-
-void TestMemoryFigures::countersAboveTheTotalLeaveNothingFree()
-{
-    VmStatistics64 s;
-    s.internal_page_count = 120;
-    const MemoryFigures f = MemoryFigures::from(s, 100 * 4096, 4096);
-    QCOMPARE(f.freePages, quint64(0));
-    QVERIFY(f.usedFraction() > 1.0);
-    // No page size: no pages at all rather than a division by zero.
-    QCOMPARE(MemoryFigures::from(s, 100 * 4096, 0).totalPages, quint64(0));
-    QCOMPARE(MemoryFigures::from(s, 100 * 4096, 0).usedFraction(), 0.0);
-}
 
 QTEST_GUILESS_MAIN(TestMemoryFigures)
 #include "TestMemoryFigures.moc"

@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <cstdio>
@@ -28,36 +29,22 @@ void writeFile(const QString& path, const QByteArray& content)
     f.write(content);
 }
 
-// Captures what the code under test writes to standard error.
-class StderrCapture
+// What f writes to standard error.
+template <typename F> QByteArray stderrOf(F f)
 {
-public:
-    StderrCapture()
-    {
-        std::fflush(stderr);
-        m_saved = ::dup(2);
-        m_file = std::tmpfile();
-        ::dup2(::fileno(m_file), 2);
-    }
-    QByteArray finish()
-    {
-        std::fflush(stderr);
-        ::dup2(m_saved, 2);
-        ::close(m_saved);
-        std::rewind(m_file);
-        QByteArray out;
-        char buffer[512];
-        size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, m_file)) > 0)
-            out.append(buffer, qsizetype(n));
-        std::fclose(m_file);
-        return out;
-    }
-
-private:
-    int m_saved = -1;
-    FILE* m_file = nullptr;
-};
+    QTemporaryFile file;
+    if (!file.open())
+        return "no temporary file";
+    std::fflush(stderr);
+    const int saved = ::dup(2);
+    ::dup2(file.handle(), 2);
+    f();
+    std::fflush(stderr);
+    ::dup2(saved, 2);
+    ::close(saved);
+    file.seek(0);
+    return file.readAll();
+}
 
 constexpr quint64 KiB = 1024;
 constexpr quint64 MiB = 1024 * KiB;
@@ -68,59 +55,51 @@ class TestProcMemInfo : public QObject
 {
     Q_OBJECT
 private slots:
-    void countersFromFixtures_data()
+    void fixtures_data()
     {
         QTest::addColumn<QString>("file");
         QTest::addColumn<quint32>("pageSize");
         QTest::addColumn<QString>("missing");
-        QTest::addColumn<quint64>("internal");
-        QTest::addColumn<quint64>("wired");
-        QTest::addColumn<quint64>("compressed");
-        QTest::addColumn<quint64>("active");
-        QTest::addColumn<quint64>("inactive");
-        QTest::addColumn<quint64>("freePages");
+        // internal, wired, compressed, active, inactive, free pages; empty: no counters
+        QTest::addColumn<QList<quint64>>("counters");
+        QTest::addColumn<QList<quint64>>("available"); // available, total; empty: no estimate
 
-        // Expected figures worked out by hand from the files (kB / 4 for 4 KiB pages).
+        const QList<quint64> vmAvailable{24146928 * KiB, 24684096 * KiB};
+        const QList<quint64> zswapAvailable{7413256 * KiB, 16281644 * KiB};
+        // Worked out by hand from the files (kB / 4 for 4 KiB pages).
         // (14984 + 8788) / 4; (15408 + 23212 + 1388 + 1480 + 688) / 4
-        QTest::newRow("idle VM, kernel 6.18")
-            << "vm-6.18-idle.meminfo" << 4096u << "" << quint64(5943) << quint64(10544) << quint64(0) << quint64(36098)
-            << quint64(47265) << quint64(5998267);
+        QTest::newRow("idle VM, kernel 6.18") << "vm-6.18-idle.meminfo" << 4096u << ""
+                                              << QList<quint64>{5943, 10544, 0, 36098, 47265, 5998267} << vmAvailable;
         // (6692396 + 493876) / 4; (142908 + 282636 + 28912 + 95736 + 10944) / 4; 1135840 / 4
         QTest::newRow("desktop with zswap")
-            << "desktop-6.1-zswap.meminfo" << 4096u << "" << quint64(1796568) << quint64(140284) << quint64(283960)
-            << quint64(1468638) << quint64(1975545) << quint64(228086);
+            << "desktop-6.1-zswap.meminfo" << 4096u << ""
+            << QList<quint64>{1796568, 140284, 283960, 1468638, 1975545, 228086} << zswapAvailable;
         QTest::newRow("desktop with zswap, 16 KiB pages")
-            << "desktop-6.1-zswap.meminfo" << 16384u << "" << quint64(449142) << quint64(35071) << quint64(70990)
-            << quint64(367159) << quint64(493886) << quint64(57021);
-        QTest::newRow("old kernel without Shmem") << "server-2.6.18-no-shmem.meminfo" << 4096u << "Shmem" << quint64(0)
-                                                  << quint64(0) << quint64(0) << quint64(0) << quint64(0) << quint64(0);
-        QTest::newRow("unknown page size") << "vm-6.18-idle.meminfo" << 0u << "" << quint64(0) << quint64(0)
-                                           << quint64(0) << quint64(0) << quint64(0) << quint64(0);
+            << "desktop-6.1-zswap.meminfo" << 16384u << ""
+            << QList<quint64>{449142, 35071, 70990, 367159, 493886, 57021} << zswapAvailable;
+        // Shmem and MemAvailable appeared later: an old kernel gives neither counters nor an estimate.
+        QTest::newRow("old kernel") << "server-2.6.18-no-shmem.meminfo" << 4096u << "Shmem" << QList<quint64>{}
+                                    << QList<quint64>{};
+        QTest::newRow("unknown page size") << "vm-6.18-idle.meminfo" << 0u << "" << QList<quint64>{} << vmAvailable;
     }
 
-    void countersFromFixtures()
+    void fixtures()
     {
         QFETCH(QString, file);
         QFETCH(quint32, pageSize);
-        QFETCH(QString, missing);
-        QFETCH(quint64, internal);
-
+        const ProcMemInfo::Fields fields = ProcMemInfo::parseMeminfo(fixture(file));
         QString missingField;
-        const auto counters =
-            ProcMemInfo::countersFromFields(ProcMemInfo::parseMeminfo(fixture(file)), pageSize, &missingField);
-        if (!missing.isEmpty() || pageSize == 0) {
-            QVERIFY(!counters);
-            QCOMPARE(missingField, missing);
-            return;
+        const auto c = ProcMemInfo::countersFromFields(fields, pageSize, &missingField);
+        QList<quint64> counters;
+        if (c) {
+            QCOMPARE(c->purgeable_count, quint64(0));
+            counters = {c->internal_page_count, c->wire_count,     c->compressor_page_count,
+                        c->active_count,        c->inactive_count, c->free_count};
         }
-        QVERIFY(counters);
-        QCOMPARE(counters->internal_page_count, internal);
-        QCOMPARE(counters->purgeable_count, quint64(0));
-        QTEST(quint64(counters->wire_count), "wired");
-        QTEST(quint64(counters->compressor_page_count), "compressed");
-        QTEST(quint64(counters->active_count), "active");
-        QTEST(quint64(counters->inactive_count), "inactive");
-        QTEST(quint64(counters->free_count), "freePages");
+        QTEST(counters, "counters");
+        QTEST(missingField, "missing");
+        const auto a = ProcMemInfo::availableFromFields(fields);
+        QTEST(a ? QList<quint64>({a->available, a->total}) : QList<quint64>(), "available");
     }
 
     void parserKeepsUnitlessValuesAndSkipsJunk()
@@ -135,49 +114,11 @@ private slots:
         QVERIFY(ProcMemInfo::parseMeminfo("").isEmpty());
     }
 
-    void availableNeedsMemAvailable_data()
-    {
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<bool>("present");
-        QTest::addColumn<quint64>("available");
-        QTest::addColumn<quint64>("total");
-        QTest::newRow("6.18") << "vm-6.18-idle.meminfo" << true << 24146928 * KiB << 24684096 * KiB;
-        QTest::newRow("zswap") << "desktop-6.1-zswap.meminfo" << true << 7413256 * KiB << 16281644 * KiB;
-        // MemAvailable appeared in 3.14: older kernels give no estimate at all.
-        QTest::newRow("2.6.18") << "server-2.6.18-no-shmem.meminfo" << false << quint64(0) << quint64(0);
-    }
-
-    void availableNeedsMemAvailable()
-    {
-        QFETCH(QString, file);
-        QFETCH(bool, present);
-        const auto available = ProcMemInfo::availableFromFields(ProcMemInfo::parseMeminfo(fixture(file)));
-        QCOMPARE(bool(available), present);
-        if (present) {
-            QTEST(quint64(available->available), "available");
-            QTEST(quint64(available->total), "total");
-        }
-    }
-
-    void limitTexts_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<bool>("limited");
-        QTest::addColumn<quint64>("value");
-        QTest::newRow("v2 no limit") << QByteArray("max\n") << false << quint64(0);
-        QTest::newRow("v2 limit") << QByteArray("536870912\n") << true << quint64(536870912);
-        QTest::newRow("empty") << QByteArray("") << false << quint64(0);
-        QTest::newRow("junk") << QByteArray("lots\n") << false << quint64(0);
-    }
-
     void limitTexts()
     {
-        QFETCH(QByteArray, text);
-        QFETCH(bool, limited);
-        const auto limit = ProcMemInfo::parseLimit(text);
-        QCOMPARE(bool(limit), limited);
-        if (limited)
-            QTEST(quint64(*limit), "value");
+        QCOMPARE(ProcMemInfo::parseLimit("536870912\n").value_or(0), quint64(536870912));
+        for (const char* text : {"max\n", "", "lots\n"})
+            QVERIFY2(!ProcMemInfo::parseLimit(text), text);
     }
 
     void cgroupLevels_data()
@@ -244,20 +185,16 @@ private slots:
     void cgroupRoomCountsInactiveCacheAsFree()
     {
         const AvailableMemory kernel{8000 * MiB, 16000 * MiB};
+        const auto combine = [&](const std::vector<ProcMemInfo::CgroupFigures>& levels) {
+            const AvailableMemory m = ProcMemInfo::combine(kernel, levels);
+            return QList<quint64>{m.available, m.total};
+        };
         // No limited level: the kernel's figure stands.
-        auto result = ProcMemInfo::combine(kernel, {});
-        QCOMPARE(result.available, 8000 * MiB);
-        QCOMPARE(result.total, 16000 * MiB);
-
+        QCOMPARE(combine({}), (QList<quint64>{8000 * MiB, 16000 * MiB}));
         // 2 GiB limit, 1.5 GiB charged of which 1 GiB inactive cache: 1.5 GiB of room.
-        result = ProcMemInfo::combine(kernel, {{2048 * MiB, 1536 * MiB, 1024 * MiB}});
-        QCOMPARE(result.available, 1536 * MiB);
-        QCOMPARE(result.total, 2048 * MiB);
-
+        QCOMPARE(combine({{2048 * MiB, 1536 * MiB, 1024 * MiB}}), (QList<quint64>{1536 * MiB, 2048 * MiB}));
         // The tightest level wins; a group over its limit has no room at all.
-        result = ProcMemInfo::combine(kernel, {{4096 * MiB, 1024 * MiB, 0}, {1024 * MiB, 1100 * MiB, 0}});
-        QCOMPARE(result.available, quint64(0));
-        QCOMPARE(result.total, 1024 * MiB);
+        QCOMPARE(combine({{4096 * MiB, 1024 * MiB, 0}, {1024 * MiB, 1100 * MiB, 0}}), (QList<quint64>{0, 1024 * MiB}));
     }
 
     void readerTakesTheTighterCgroupLimit()
@@ -309,14 +246,15 @@ private slots:
         QTemporaryDir root;
         if (!fixtureName.isEmpty())
             writeFile(root.path() + u"/proc/meminfo"_s, fixture(fixtureName));
-        StderrCapture capture;
-        ProcMemInfo reader(root.path());
         VmStatistics64 stats;
         stats.free_count = 77;
-        const bool first = reader.readStatistics(stats);
-        const bool available = bool(reader.availableMemory());
-        const bool second = reader.readStatistics(stats);
-        const QByteArray err = capture.finish();
+        bool first = true, available = true, second = true;
+        const QByteArray err = stderrOf([&] {
+            ProcMemInfo reader(root.path());
+            first = reader.readStatistics(stats);
+            available = bool(reader.availableMemory());
+            second = reader.readStatistics(stats);
+        });
         QVERIFY(!first);
         QVERIFY(!available);
         QVERIFY(!second);

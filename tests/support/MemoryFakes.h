@@ -5,6 +5,7 @@
 #include "platform/MemoryInfo.h"
 
 #include <QList>
+#include <QString>
 
 #include <atomic>
 #include <chrono>
@@ -51,7 +52,7 @@ public:
     void setStatisticsSequence(std::function<VmStatistics64(int)> next)
     {
         std::lock_guard lock(m_mutex);
-        m_nextStatistics = std::move(next);
+        m_nextStatistics = next;
     }
     void setStatisticsFail(bool fail)
     {
@@ -106,8 +107,7 @@ public:
         std::lock_guard lock(m_mutex);
         if (m_failAt >= 0 && m_allocations >= m_failAt)
             return nullptr;
-        ++m_allocations;
-        void* token = reinterpret_cast<void*>(std::uintptr_t(m_allocations) << 12);
+        void* token = reinterpret_cast<void*>(std::uintptr_t(++m_allocations) << 12);
         m_live.insert(token);
         held += size;
         return token;
@@ -131,30 +131,18 @@ public:
     }
 
     // The allocation with this 0-based index and all later ones fail; -1: none.
-    void setFailAt(int index)
+    void setFailAt(int index) { m_failAt = index; }
+    int allocations() const { return m_allocations; }
+    // Empty when every block came back exactly once, after its content access ended.
+    QString problems() const
     {
         std::lock_guard lock(m_mutex);
-        m_failAt = index;
-    }
-    int allocations() const
-    {
-        std::lock_guard lock(m_mutex);
-        return m_allocations;
-    }
-    int liveBlocks() const
-    {
-        std::lock_guard lock(m_mutex);
-        return int(m_live.size());
-    }
-    int badReleases() const
-    {
-        std::lock_guard lock(m_mutex);
-        return m_badReleases;
-    }
-    int releasedWithoutEnd() const
-    {
-        std::lock_guard lock(m_mutex);
-        return m_releasedWithoutEnd;
+        if (m_live.empty() && !m_badReleases && !m_releasedWithoutEnd)
+            return {};
+        return QStringLiteral("%1 held, %2 bad releases, %3 released in use")
+            .arg(m_live.size())
+            .arg(m_badReleases)
+            .arg(m_releasedWithoutEnd);
     }
 
     std::atomic<quint64> held{0};
@@ -164,8 +152,8 @@ private:
     mutable std::mutex m_mutex;
     std::set<void*> m_live;
     std::set<void*> m_ended;
-    int m_allocations = 0;
-    int m_failAt = -1;
+    std::atomic<int> m_allocations{0};
+    std::atomic<int> m_failAt{-1};
     int m_badReleases = 0;
     int m_releasedWithoutEnd = 0;
 };
@@ -183,7 +171,7 @@ public:
     QList<float> progress_;
 };
 
-// A sleep that records what was asked and waits only a token time.
+// A sleep that counts what was asked and waits only a token time.
 class RecordingSleep
 {
 public:
@@ -195,28 +183,10 @@ public:
         }
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-    QList<int> calls() const
-    {
-        std::lock_guard lock(m_mutex);
-        return m_calls;
-    }
-    int total() const
-    {
-        std::lock_guard lock(m_mutex);
-        int sum = 0;
-        for (int ms : m_calls)
-            sum += ms;
-        return sum;
-    }
     int count(int ms) const
     {
         std::lock_guard lock(m_mutex);
         return int(m_calls.count(ms));
-    }
-    void clear()
-    {
-        std::lock_guard lock(m_mutex);
-        m_calls.clear();
     }
 
 private:
