@@ -43,8 +43,6 @@ private Q_SLOTS:
         QCOMPARE(Texts::localized("PanelWindow", "No_such_key", QStringLiteral("Ask Finder")),
                  QStringLiteral("Ask Nemo"));
         QCOMPARE(Texts::localized("NoSuchTable", "k", QStringLiteral("fallback")), QStringLiteral("fallback"));
-        QCOMPARE(PanelWindowContextualMenuStrings::preferences(), QStringLiteral("Preferences..."));
-        QCOMPARE(PanelWindowContextualMenuStrings::checkForUpdates(), QStringLiteral("Check for Updates..."));
     }
 };
 

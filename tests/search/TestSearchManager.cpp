@@ -78,7 +78,6 @@ private Q_SLOTS:
             << QByteArray(".match-inside") << QByteArrayList{"inPackage"} << 4u << 4u << "text/plain";
         QTest::newRow("folder") << QByteArray("match-folder") << none << 1u << 1u << "inode/directory";
         QTest::newRow("link to a folder") << QByteArray("link-to-docs-match") << none << 1u << 1u << "inode/directory";
-        QTest::newRow("link loop") << QByteArray("self-match") << none << 1u << 1u << "inode/directory";
     }
     void classifiesEachMatch()
     {
