@@ -65,7 +65,7 @@ private Q_SLOTS:
         QTest::addColumn<uint>("passingFilter");
         QTest::addColumn<QString>("type");
         const QByteArrayList none;
-        QTest::newRow("plain file") << QByteArray("Report-MATCH.txt") << none << 1u << 1u << "text/plain";
+        QTest::newRow("plain file") << QByteArray("Report-MATCH-Z.txt") << none << 1u << 1u << "text/plain";
         QTest::newRow("dot-file") << QByteArray(".match-dotfile") << QByteArrayList{"hidden"} << 2u << 2u
                                   << "application/x-zerosize";
         QTest::newRow("listed in .hidden")

@@ -68,6 +68,8 @@ private Q_SLOTS:
         QTest::newRow("accented needle as written") << QByteArray("Été-") << QByteArrayList{"Été-match.txt"};
         QTest::newRow("raw bytes of a non-UTF-8 name")
             << QByteArray("\xff\xfe") << QByteArrayList{"bad-\xff\xfe-match.bin"};
+        QTest::newRow("last letter of the alphabet folds too")
+            << QByteArray("-z.") << QByteArrayList{"docs/Report-MATCH-Z.txt"};
         QTest::newRow("plain substring, no wildcards") << QByteArray("*.txt") << QByteArrayList{};
         QTest::newRow("folders and their contents") << QByteArray("sub") << QByteArrayList{"match-folder/sub"};
     }

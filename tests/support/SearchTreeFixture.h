@@ -99,7 +99,7 @@ public:
     // link to a folder, a name that is not UTF-8, mixed case and accented names.
     void buildStandard()
     {
-        file("docs/Report-MATCH.txt", "report");
+        file("docs/Report-MATCH-Z.txt", "report");
         file("docs/notes.md", "notes");
         file("docs/.match-dotfile");
         file("docs/listed-match");
@@ -118,7 +118,7 @@ public:
     // What the needle "match" finds in the standard tree, relative to the root.
     static QByteArrayList standardMatches()
     {
-        return {"docs/Report-MATCH.txt",
+        return {"docs/Report-MATCH-Z.txt",
                 "docs/.match-dotfile",
                 "docs/listed-match",
                 ".git/objects/visible-match",
