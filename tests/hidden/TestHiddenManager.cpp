@@ -1,32 +1,34 @@
-#include "app/NotificationCenter.h"
-#include "app/Settings.h"
-#include "app/UserDefaults.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/HiddenManager.h"
 #include "hidden/Preferences.h"
 #include "hidden/VisibilityRestorerAtLaunch.h"
 #include "support/HiddenFakeScriptRunner.h"
-#include "support/ManualClock.h"
-#include "util/MacOSVersion.h"
+#include "support/SettingsFixture.h"
 
 #include <QCoreApplication>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
 
 namespace {
-const QString kCheck = QStringLiteral("CheckHiddenFilesFisibilityByAskingFinder");
-const QString kSwitch = QStringLiteral("SwitchHiddenFilesVisibility2");
-const QString kShow = QStringLiteral("ShowHiddensAndRelaunchFinder");
-const QString kHide = QStringLiteral("HideHiddensAndRelaunchFinder");
-const QString kStateUpdate = QStringLiteral("HiddenManager stateUpdateNotificationName");
-const QString kStatusChanged = QStringLiteral("showHiddenStatusChangedNotification");
+// Literal names: they must match the shipped script files and the listeners elsewhere.
+const QString kCheck = "CheckHiddenFilesFisibilityByAskingFinder";
+const QString kSwitch = "SwitchHiddenFilesVisibility2";
+const QString kShow = "ShowHiddensAndRelaunchFinder";
+const QString kHide = "HideHiddensAndRelaunchFinder";
+const QString kStateUpdate = "HiddenManager stateUpdateNotificationName";
+const QString kStatusChanged = "showHiddenStatusChangedNotification";
 
 void drain()
 {
     QCoreApplication::processEvents();
     QCoreApplication::processEvents();
+}
+
+// A check reply that does (or does not) prove hidden files are listed.
+QStringList reply(bool shown)
+{
+    return shown ? QStringList{".a", "b"} : QStringList{"b"};
 }
 } // namespace
 
@@ -35,15 +37,9 @@ class TestHiddenManager : public QObject
 {
     Q_OBJECT
 
-    struct Rig
+    struct Rig : SettingsFixture
     {
-        QTemporaryDir dir;
-        UserDefaults standard{dir.filePath(QStringLiteral("standard.json"))};
-        UserDefaults group{dir.filePath(QStringLiteral("group.json"))};
-        MacOSVersion version;
-        ManualClock clock;
-        Settings settings{standard, group, version, clock};
-        NotificationCenter center;
+        using SettingsFixture::SettingsFixture;
         HiddenFakeScriptRunner runner;
         HiddenFakeAlerts alerts;
         QObject alertsGuard;
@@ -53,114 +49,78 @@ class TestHiddenManager : public QObject
         QStringList posted;
         std::unique_ptr<HiddenManager> manager;
 
-        explicit Rig(std::optional<QString> systemVersion = std::nullopt)
-            : version(std::move(systemVersion))
+        // accepted: the explanation was accepted earlier, so switches run their scripts and states are asked for.
+        HiddenManager& make(bool accepted = true)
         {
-        }
-
-        HiddenManager& make()
-        {
-            HiddenManager::Collaborators c;
-            c.settings = &settings;
-            c.center = &center;
-            c.runner = &runner;
-            c.version = &version;
-            c.clock = &clock;
-            c.preferences = &preferences;
-            c.diskAccess = &diskAccess;
-            c.assertionHandler = [this](const QString& text) { assertions << text; };
-            manager = std::make_unique<HiddenManager>(c);
+            if (accepted) {
+                settings.setShouldShowInformationAboutAccessibilityAlerts(false);
+                settings.setShouldCheckHiddenFilesVisibility(true);
+            }
+            manager = std::make_unique<HiddenManager>(
+                HiddenManager::Collaborators{&settings, &center, &runner, &version, &clock, &preferences, &diskAccess,
+                                             [this](const QString& text) { assertions << text; }});
             manager->setAlerts(&alerts, &alertsGuard);
             for (const QString& name : {kStateUpdate, kStatusChanged})
                 center.addObserver(name, nullptr, nullptr, [this](const Notification& n) { posted << n.name; });
             return *manager;
         }
 
-        // The explanation was accepted earlier: switches run their scripts, states are asked for.
-        void accepted()
-        {
-            settings.setShouldShowInformationAboutAccessibilityAlerts(false);
-            settings.setShouldCheckHiddenFilesVisibility(true);
-        }
-
-        // Loads a state through the check script.
         void load(bool shown)
         {
             manager->loadVisibilityState();
-            runner.finish(shown ? QStringList{QStringLiteral(".a"), QStringLiteral("b")}
-                                : QStringList{QStringLiteral("b")});
+            runner.finish(reply(shown));
             drain();
         }
+
+        bool stored() { return group.boolForKey("AreHiddenFilesVisibleKey"); }
     };
 
 private Q_SLOTS:
-    void replyScan_data()
+    void load_data()
     {
+        QTest::addColumn<bool>("asks"); // the check is switched on
         QTest::addColumn<QStringList>("reply");
+        QTest::addColumn<bool>("failed");
         QTest::addColumn<bool>("shown");
-        QTest::newRow("empty") << QStringList{} << false;
-        QTest::newRow("dot-name first") << QStringList{QStringLiteral(".bashrc"), QStringLiteral("Documents")} << true;
-        QTest::newRow("dot-name only in the last item")
-            << QStringList{QStringLiteral("Documents"), QStringLiteral("Music"), QStringLiteral(".zshrc")} << false;
-        QTest::newRow("single dot-name") << QStringList{QStringLiteral(".profile")} << false;
-        QTest::newRow("dot-name second of three")
-            << QStringList{QStringLiteral("a"), QStringLiteral(".b"), QStringLiteral("c")} << true;
+        QTest::newRow("empty") << true << QStringList{} << false << false;
+        QTest::newRow("dot-name first") << true << QStringList{".bashrc", "Documents"} << false << true;
+        QTest::newRow("dot-name only last is never looked at")
+            << true << QStringList{"Documents", ".zshrc"} << false << false;
+        QTest::newRow("dot-name second of three") << true << QStringList{"a", ".b", "c"} << false << true;
+        QTest::newRow("script fails: state kept") << true << QStringList{} << true << true;
+        // 10.14 or later: no check until the explanation was accepted.
+        QTest::newRow("check switched off: no script") << false << QStringList{} << true << false;
     }
-    void replyScan()
+    void load()
     {
+        QFETCH(bool, asks);
         QFETCH(QStringList, reply);
+        QFETCH(bool, failed);
         QFETCH(bool, shown);
         Rig rig;
-        rig.accepted();
-        HiddenManager& m = rig.make();
-        // Start from the opposite state so that a missing update shows.
-        if (!shown)
+        HiddenManager& m = rig.make(asks);
+        // A success starts from the opposite state, so that a missing update shows.
+        if (failed ? shown : !shown)
             rig.load(true);
-        QCOMPARE(m.isHiddenShown(), !shown);
-        m.loadVisibilityState();
-        QVERIFY(m.isUpdating());
-        QCOMPARE(rig.runner.finish(reply), kCheck);
-        drain();
-        QCOMPARE(m.isHiddenShown(), shown);
-        QVERIFY(!m.isUpdating());
-        QVERIFY(m.lastLoadSucceeded());
-        QCOMPARE(rig.group.boolForKey(QStringLiteral("AreHiddenFilesVisibleKey")), shown);
-    }
-
-    void failedCheckKeepsStateAndStillCallsWaitingBlocks()
-    {
-        Rig rig;
-        rig.accepted();
-        HiddenManager& m = rig.make();
-        rig.load(true);
         int called = 0;
         m.loadVisibilityWithCompletion([&] { ++called; });
         m.loadVisibilityWithCompletion([&] { called += 10; });
-        rig.runner.finish({}, ScriptError{QStringLiteral("d"), 2, QStringLiteral("no backend")});
-        rig.runner.finish({}, ScriptError{QStringLiteral("d"), 2, QStringLiteral("no backend")});
-        drain();
-        QCOMPARE(called, 11);
-        QVERIFY(m.isHiddenShown());
-        QVERIFY(!m.lastLoadSucceeded());
-        QVERIFY(!m.isUpdating());
-    }
-
-    void checkSwitchedOffAnswersWithoutScript()
-    {
-        Rig rig; // 10.14 or later: no check until the explanation was accepted
-        HiddenManager& m = rig.make();
-        bool called = false;
-        m.loadVisibilityWithCompletion([&] { called = true; });
+        QVERIFY(m.isUpdating());
+        const auto error = failed ? std::optional(ScriptError{"d", 2, "no backend"}) : std::nullopt;
+        for (int i = 0; asks && i < 2; ++i)
+            QCOMPARE(rig.runner.finish(reply, error), kCheck);
         QVERIFY(rig.runner.pending.empty());
         drain();
-        QVERIFY(called);
-        QVERIFY(!m.lastLoadSucceeded());
+        QCOMPARE(called, 11);
+        QCOMPARE(m.isHiddenShown(), shown);
+        QVERIFY(!m.isUpdating());
+        QCOMPARE(m.lastLoadSucceeded(), !failed);
+        QCOMPARE(rig.stored(), shown);
     }
 
     void pollLoadsOnceAfterStartAndAfterActivation()
     {
         Rig rig;
-        rig.accepted();
         HiddenManager& m = rig.make();
         m.startTrackingSystemValue();
         m.startTrackingSystemValue(); // one timer only
@@ -172,13 +132,13 @@ private Q_SLOTS:
         m.applicationDidBecomeActiveAction();
         rig.clock.advance(3000);
         QCOMPARE(rig.runner.history.size(), 1);
-        rig.runner.finish({QStringLiteral(".x"), QStringLiteral("y")});
+        rig.runner.finish(reply(true));
         drain();
         QVERIFY(m.isHiddenShown());
         // The activation during the check asks again at the next tick; then nothing more.
         rig.clock.advance(1000);
         QCOMPARE(rig.runner.history.size(), 2);
-        rig.runner.finish({QStringLiteral("y")});
+        rig.runner.finish(reply(false));
         drain();
         rig.clock.advance(5000);
         QCOMPARE(rig.runner.history.size(), 2);
@@ -189,10 +149,21 @@ private Q_SLOTS:
         QCOMPARE(rig.runner.history.size(), 2);
     }
 
+    void switchFlipsAtOnceAndRereadsAfterward_data()
+    {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<bool>("failed");
+        QTest::addColumn<bool>("undone");
+        QTest::newRow("succeeds") << "10.14" << false << false;
+        QTest::newRow("fails: flip undone, alert shown") << "10.14" << true << true;
+        QTest::newRow("fails on 10.13: flip kept until the next poll") << "10.13.6" << true << false;
+    }
     void switchFlipsAtOnceAndRereadsAfterward()
     {
-        Rig rig;
-        rig.accepted();
+        QFETCH(QString, version);
+        QFETCH(bool, failed);
+        QFETCH(bool, undone);
+        Rig rig(version);
         HiddenManager& m = rig.make();
         rig.load(false);
         rig.posted.clear();
@@ -200,103 +171,86 @@ private Q_SLOTS:
         std::optional<std::optional<ScriptError>> result;
         bool updatingDuringCompletion = false;
         m.switchHiddenFilesVisibilityWithCompletion([&](const std::optional<ScriptError>& e) {
+            QVERIFY(!result);
             result = e;
             updatingDuringCompletion = m.isUpdating();
         });
         QVERIFY(m.isHiddenShown());
         QVERIFY(m.isUpdating());
         QCOMPARE(rig.posted, (QStringList{kStateUpdate, kStatusChanged, kStateUpdate}));
-        QCOMPARE(rig.runner.finish(), kSwitch);
+        // A second switch while the first runs is dropped, completion and all.
+        m.switchHiddenFilesVisibilityWithCompletion([&](const auto&) { QFAIL("second switch completed"); });
+        QCOMPARE(rig.runner.history, (QStringList{kCheck, kSwitch}));
+        QVERIFY(m.isHiddenShown());
+        const auto error =
+            failed ? std::optional(ScriptError{"com.quorbel.trovix", 1, "error -1743 Finder"}) : std::nullopt;
+        QCOMPARE(rig.runner.finish({}, error), kSwitch);
         QVERIFY(!result); // the completion runs on the main queue
         drain();
-        QVERIFY(result && !*result);
+        QVERIFY(result);
+        QCOMPARE(result->has_value(), failed);
         QVERIFY(updatingDuringCompletion);
         QVERIFY(!m.isUpdating());
-        QVERIFY(m.isHiddenShown());
-        QVERIFY(m.needsLoadVisibilityState());
+        QCOMPARE(m.isHiddenShown(), !undone);
+        QCOMPARE(rig.stored(), !undone);
+        QCOMPARE(rig.alerts.accessErrors, undone ? QStringList{"error -1743 Finder"} : QStringList{});
         // The next poll asks the file manager again.
         rig.clock.advance(1000);
         QCOMPARE(rig.runner.nextName(), kCheck);
     }
 
-    void secondSwitchWhileRunningIsIgnored()
+    // Which script a switch runs, and whether the restorer then writes the new state for later starts.
+    void switchScriptAndRestorer_data()
     {
-        Rig rig;
-        rig.accepted();
-        HiddenManager& m = rig.make();
-        int completions = 0;
-        m.switchHiddenFilesVisibilityWithCompletion([&](const auto&) { ++completions; });
-        m.switchHiddenFilesVisibilityWithCompletion([&](const auto&) { completions += 100; });
-        m.switchHiddenFilesVisibility();
-        QCOMPARE(rig.runner.history, QStringList{kSwitch});
-        QVERIFY(m.isHiddenShown());
-        rig.runner.finish();
-        drain();
-        QCOMPARE(completions, 1);
-    }
-
-    void failedSwitchUndoesTheFlipAndShowsTheAlert_data()
-    {
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<bool>("undone");
-        QTest::newRow("10.14") << QStringLiteral("10.14") << true;
-        QTest::newRow("10.13 keeps the flip until the next poll") << QStringLiteral("10.13.6") << false;
-    }
-    void failedSwitchUndoesTheFlipAndShowsTheAlert()
-    {
-        QFETCH(QString, version);
-        QFETCH(bool, undone);
-        Rig rig(version);
-        rig.accepted();
-        HiddenManager& m = rig.make();
-        std::optional<ScriptError> got;
-        m.switchHiddenFilesVisibilityWithCompletion([&](const std::optional<ScriptError>& e) { got = e; });
-        QVERIFY(m.isHiddenShown());
-        rig.runner.finish({},
-                          ScriptError{QStringLiteral("com.quorbel.trovix"), 1, QStringLiteral("error -1743 Finder")});
-        drain();
-        QVERIFY(got);
-        QCOMPARE(got->code, 1);
-        QCOMPARE(m.isHiddenShown(), !undone);
-        QCOMPARE(rig.alerts.accessErrors, undone ? QStringList{QStringLiteral("error -1743 Finder")} : QStringList{});
-        QVERIFY(!m.isUpdating());
-        QCOMPARE(rig.group.boolForKey(QStringLiteral("AreHiddenFilesVisibleKey")), !undone);
-    }
-
-    void relaunchTypePicksScriptByOldState_data()
-    {
+        QTest::addColumn<int>("type");
         QTest::addColumn<bool>("shownBefore");
         QTest::addColumn<QString>("script");
-        QTest::newRow("shown -> hide") << true << kHide;
-        QTest::newRow("hidden -> show") << false << kShow;
+        QTest::addColumn<QString>("write");
+        QTest::newRow("single switch, show") << 0 << false << kSwitch << "WriteIntoSystemPreferencesShowHiddens";
+        QTest::newRow("relaunch, hide") << 1 << true << kHide << QString();
+        QTest::newRow("relaunch, show") << 1 << false << kShow << QString();
     }
-    void relaunchTypePicksScriptByOldState()
+    void switchScriptAndRestorer()
     {
+        QFETCH(int, type);
         QFETCH(bool, shownBefore);
         QFETCH(QString, script);
+        QFETCH(QString, write);
         Rig rig;
-        rig.accepted();
         HiddenManager& m = rig.make();
-        m.setScriptType(HiddenManager::HiddenManagerScriptTypeRelaunchFinder);
+        auto restorer = std::make_unique<VisibilityRestorerAtLaunch>(m, rig.runner);
+        m.setScriptType(type);
         rig.load(shownBefore);
         m.switchHiddenFilesVisibility();
-        QCOMPARE(rig.runner.nextName(), script);
+        QCOMPARE(rig.runner.finish(), script);
+        drain();
+        QCOMPARE(rig.runner.nextName(), write);
+        // A listener that went away is not called.
+        restorer.reset();
+        rig.runner.pending.clear();
+        m.switchHiddenFilesVisibility();
+        rig.runner.finish();
+        drain();
+        QVERIFY(rig.runner.pending.empty());
     }
 
-    void informationSheetAccepted_data()
+    void informationSheet_data()
     {
+        QTest::addColumn<bool>("accepted");
         QTest::addColumn<bool>("loadedShown");
         QTest::addColumn<bool>("switches");
         // The user asked to show (state was hidden): switch only if the re-read state still differs.
-        QTest::newRow("still hidden: switch") << false << true;
-        QTest::newRow("already shown: no switch") << true << false;
+        QTest::newRow("declined") << false << false << false;
+        QTest::newRow("accepted, still hidden: switch") << true << false << true;
+        QTest::newRow("accepted, already shown: no switch") << true << true << false;
     }
-    void informationSheetAccepted()
+    void informationSheet()
     {
+        QFETCH(bool, accepted);
         QFETCH(bool, loadedShown);
         QFETCH(bool, switches);
         Rig rig; // 10.14 or later defaults: the sheet comes first, no check yet
-        HiddenManager& m = rig.make();
+        HiddenManager& m = rig.make(false);
         VisibilityRestorerAtLaunch restorer(m, rig.runner);
         bool completed = false;
         m.switchHiddenFilesVisibilityWithCompletion([&](const std::optional<ScriptError>& e) { completed = !e; });
@@ -304,16 +258,17 @@ private Q_SLOTS:
         QVERIFY(m.isHiddenShown());
         QVERIFY(rig.runner.pending.empty());
 
-        rig.alerts.informationCompletion(true);
+        rig.alerts.informationCompletion(accepted);
         QVERIFY(!m.isHiddenShown()); // flip undone
         QVERIFY(completed);
-        QVERIFY(!rig.settings.shouldShowInformationAboutAccessibilityAlerts());
-        QVERIFY(rig.settings.shouldCheckHiddenFilesVisibility());
+        QCOMPARE(rig.settings.shouldShowInformationAboutAccessibilityAlerts(), !accepted);
+        QCOMPARE(rig.settings.shouldCheckHiddenFilesVisibility(), accepted);
         // The restorer heard of the attempt and wrote the (unchanged) state.
         QCOMPARE(rig.runner.finish(), QStringLiteral("WriteIntoSystemPreferencesHideHiddens"));
-        QCOMPARE(rig.runner.nextName(), kCheck);
-        rig.runner.finish(loadedShown ? QStringList{QStringLiteral(".a"), QStringLiteral("b")}
-                                      : QStringList{QStringLiteral("b")});
+        QCOMPARE(rig.runner.nextName(), accepted ? kCheck : QString());
+        if (!accepted)
+            return;
+        rig.runner.finish(reply(loadedShown));
         drain();
         QCOMPARE(rig.runner.nextName(), switches ? kSwitch : QString());
         QCOMPARE(rig.alerts.informationShown, 1);
@@ -326,44 +281,28 @@ private Q_SLOTS:
         }
     }
 
-    void informationSheetDeclined()
-    {
-        Rig rig;
-        HiddenManager& m = rig.make();
-        m.switchHiddenFilesVisibility();
-        rig.alerts.informationCompletion(false);
-        QVERIFY(!m.isHiddenShown());
-        QVERIFY(rig.settings.shouldShowInformationAboutAccessibilityAlerts());
-        QVERIFY(!rig.settings.shouldCheckHiddenFilesVisibility());
-        QVERIFY(rig.runner.pending.empty());
-    }
-
     void setShowHiddenSwitchesOnlyWhenDifferentAndNeverCallsBack_data()
     {
         QTest::addColumn<bool>("loaded");
-        QTest::addColumn<bool>("wanted");
         QTest::addColumn<bool>("switches");
-        QTest::newRow("equal") << true << true << false;
-        QTest::newRow("different") << false << true << true;
+        QTest::newRow("equal") << true << false;
+        QTest::newRow("different") << false << true;
     }
     void setShowHiddenSwitchesOnlyWhenDifferentAndNeverCallsBack()
     {
         QFETCH(bool, loaded);
-        QFETCH(bool, wanted);
         QFETCH(bool, switches);
         Rig rig;
-        rig.accepted();
         HiddenManager& m = rig.make();
         m.startTrackingSystemValue();
         rig.clock.advance(1000);
-        rig.runner.finish({QStringLiteral("x")});
+        rig.runner.finish(reply(false));
         drain();
         bool called = false;
-        m.setShowHidden(wanted, [&](const auto&) { called = true; });
-        QVERIFY(rig.runner.pending.empty());
+        m.setShowHidden(true, [&](const auto&) { called = true; });
+        QVERIFY(rig.runner.pending.empty()); // waits for the next poll's load
         rig.clock.advance(1000);
-        QCOMPARE(rig.runner.finish(loaded ? QStringList{QStringLiteral(".a"), QStringLiteral("b")} : QStringList{}),
-                 kCheck);
+        QCOMPARE(rig.runner.finish(reply(loaded)), kCheck);
         drain();
         QCOMPARE(rig.runner.nextName(), switches ? kSwitch : QString());
         if (switches) {
@@ -373,80 +312,64 @@ private Q_SLOTS:
         QVERIFY(!called);
     }
 
-    void scriptTypeFollowsVersionAndOption_data()
+    void scriptTypeFollowsVersionOptionAndCheckbox_data()
     {
         QTest::addColumn<QString>("version");
-        QTest::addColumn<int>("option");
+        QTest::addColumn<int>("stored");   // the option's raw value
+        QTest::addColumn<int>("checkbox"); // -2: left alone
         QTest::addColumn<int>("type");
+        QTest::addColumn<int>("option");
         QTest::addColumn<QStringList>("assertions");
-        const QStringList none;
-        const QStringList unsupported{QStringLiteral("Such scripts are not supported for 10.12 and earlier")};
-        QTest::newRow("10.13 default") << QStringLiteral("10.13") << 0 << 0 << none;
-        QTest::newRow("10.13 single") << QStringLiteral("10.13") << 1 << 0 << none;
-        QTest::newRow("10.13 relaunch") << QStringLiteral("10.13") << 2 << 1 << none;
-        QTest::newRow("10.13 out of range reads as default") << QStringLiteral("10.13") << 7 << 0 << none;
-        QTest::newRow("10.12 default") << QStringLiteral("10.12.6") << 0 << 1 << none;
-        QTest::newRow("10.12 single is refused") << QStringLiteral("10.12.6") << 1 << 1 << unsupported;
+        QTest::newRow("10.13 default") << "10.13" << 0 << -2 << 0 << 0 << QStringList{};
+        QTest::newRow("10.13 single") << "10.13" << 1 << -2 << 0 << 1 << QStringList{};
+        QTest::newRow("10.13 relaunch") << "10.13" << 2 << -2 << 1 << 2 << QStringList{};
+        QTest::newRow("10.13 out of range reads as default") << "10.13" << 7 << -2 << 0 << 0 << QStringList{};
+        QTest::newRow("10.12 default") << "10.12.6" << 0 << -2 << 1 << 0 << QStringList{};
+        QTest::newRow("10.12 single is refused")
+            << "10.12.6" << 1 << -2 << 1 << 1 << QStringList{"Such scripts are not supported for 10.12 and earlier"};
+        QTest::newRow("checkbox off") << "10.13" << 2 << 0 << 0 << 1 << QStringList{};
+        QTest::newRow("checkbox on") << "10.13" << 0 << 1 << 1 << 2 << QStringList{};
+        QTest::newRow("checkbox mixed") << "10.13" << 2 << -1 << 0 << 2
+                                        << QStringList{"Invalid parameter not satisfying: NO"};
     }
-    void scriptTypeFollowsVersionAndOption()
+    void scriptTypeFollowsVersionOptionAndCheckbox()
     {
         QFETCH(QString, version);
-        QFETCH(int, option);
+        QFETCH(int, stored);
+        QFETCH(int, checkbox);
         QFETCH(int, type);
+        QFETCH(int, option);
         QFETCH(QStringList, assertions);
         Rig rig(version);
-        rig.standard.setObject(option, Preferences::kSwitchHiddenFilesVisibilityOptionKey);
-        HiddenManager& m = rig.make();
+        rig.standard.setObject(stored, Preferences::kSwitchHiddenFilesVisibilityOptionKey);
+        HiddenManager& m = rig.make(false);
         m.applyStoredValue();
+        if (checkbox != -2)
+            m.applySwitcherStateForForceSwitchHiddenFilesVisibility(checkbox);
         QCOMPARE(m.scriptType(), type);
+        QCOMPARE(m.forceSwitchHiddenFilesVisibilitySwitcherState(), type);
+        QCOMPARE(static_cast<int>(rig.preferences.switchHiddenFilesVisibilityOption()), option);
         QCOMPARE(rig.assertions, assertions);
         QCOMPARE(m.scriptsNamesArray(),
                  type == 1 ? (QStringList{kShow, kHide, kCheck}) : (QStringList{kSwitch, kCheck}));
-        QCOMPARE(m.forceSwitchHiddenFilesVisibilityEnableSwitcher(), version.startsWith(QLatin1String("10.13")));
-    }
-
-    void forceSwitchCheckbox_data()
-    {
-        QTest::addColumn<int>("state");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<QStringList>("assertions");
-        QTest::newRow("off") << 0 << 0 << 1 << QStringList{};
-        QTest::newRow("on") << 1 << 1 << 2 << QStringList{};
-        QTest::newRow("mixed") << -1 << 0 << 2 << QStringList{QStringLiteral("Invalid parameter not satisfying: NO")};
-    }
-    void forceSwitchCheckbox()
-    {
-        QFETCH(int, state);
-        QFETCH(int, type);
-        QFETCH(int, option);
-        QFETCH(QStringList, assertions);
-        Rig rig;
-        HiddenManager& m = rig.make();
-        rig.preferences.setSwitchHiddenFilesVisibilityOption(SwitchHiddenFilesVisibilityOption::relaunchFinder);
-        m.setScriptType(1);
-        m.applySwitcherStateForForceSwitchHiddenFilesVisibility(state);
-        QCOMPARE(m.scriptType(), type);
-        QCOMPARE(static_cast<int>(rig.preferences.switchHiddenFilesVisibilityOption()), option);
-        QCOMPARE(m.forceSwitchHiddenFilesVisibilitySwitcherState(), type);
-        QCOMPARE(rig.assertions, assertions);
+        QCOMPARE(m.forceSwitchHiddenFilesVisibilityEnableSwitcher(), version.startsWith("10.13"));
     }
 
     void switcherStateOfUnknownTypeIsAnAssertion()
     {
         Rig rig;
-        HiddenManager& m = rig.make();
+        HiddenManager& m = rig.make(false);
         m.setScriptType(5);
         QCOMPARE(m.forceSwitchHiddenFilesVisibilitySwitcherState(), 0);
-        QCOMPARE(rig.assertions,
-                 QStringList{QStringLiteral(
-                     "Invalid parameter not satisfying: self.scriptType == HiddenManagerScriptTypeSingleSwitch")});
+        QCOMPARE(
+            rig.assertions,
+            QStringList{"Invalid parameter not satisfying: self.scriptType == HiddenManagerScriptTypeSingleSwitch"});
     }
 
     void scriptPresence()
     {
         Rig rig;
-        HiddenManager& m = rig.make();
+        HiddenManager& m = rig.make(false);
         int changes = 0;
         rig.center.addObserver(HiddenManager::doScriptsPlacedIntoTheSystemScriptsFolderValueChangedNotificationName(),
                                nullptr, nullptr, [&](const Notification&) { ++changes; });
@@ -463,35 +386,6 @@ private Q_SLOTS:
         QCOMPARE(changes, 1);
         m.setScriptType(1);
         QVERIFY(!m.areAllNeededScripsExistsInBundleOrScriptsFolder());
-    }
-
-    void restorerWritesOnlyForTheSingleSwitch_data()
-    {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QString>("write");
-        QTest::newRow("single switch") << 0 << QStringLiteral("WriteIntoSystemPreferencesShowHiddens");
-        QTest::newRow("relaunch") << 1 << QString();
-    }
-    void restorerWritesOnlyForTheSingleSwitch()
-    {
-        QFETCH(int, type);
-        QFETCH(QString, write);
-        Rig rig;
-        rig.accepted();
-        HiddenManager& m = rig.make();
-        auto restorer = std::make_unique<VisibilityRestorerAtLaunch>(m, rig.runner);
-        m.setScriptType(type);
-        m.switchHiddenFilesVisibility();
-        rig.runner.finish();
-        drain();
-        QCOMPARE(rig.runner.nextName(), write);
-        // A listener that went away is not called.
-        restorer.reset();
-        rig.runner.pending.clear();
-        m.switchHiddenFilesVisibility();
-        rig.runner.finish();
-        drain();
-        QVERIFY(rig.runner.pending.empty());
     }
 };
 

@@ -1,6 +1,7 @@
 #include "app/UserDefaults.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/ScriptsManager.h"
+#include "support/HiddenScriptRun.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -8,13 +9,39 @@
 #include <QFile>
 #include <QProcess>
 #include <QScopeGuard>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <QStandardPaths>
-
 #include <algorithm>
 #include <csignal>
+
+namespace {
+const QString kCheck = "CheckHiddenFilesFisibilityByAskingFinder";
+const QString kSwitch = "SwitchHiddenFilesVisibility2";
+// name, schema, key; "gtk" stands for both GTK keys.
+const QList<QStringList> kGSettings = {{"gtk4", "org.gtk.gtk4.Settings.FileChooser", "show-hidden"},
+                                       {"gtk3", "org.gtk.Settings.FileChooser", "show-hidden"},
+                                       {"nemo", "org.nemo.preferences", "show-hidden-files"},
+                                       {"caja", "org.mate.caja.preferences", "show-hidden-files"}};
+
+QString tool(const QString& program, const QStringList& args)
+{
+    QProcess p;
+    p.start(program, args);
+    if (!p.waitForFinished(10000) || p.exitCode() != 0)
+        return "<failed: " + QString::fromUtf8(p.readAllStandardError()).trimmed() + ">";
+    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+}
+
+QMap<QString, QString> all(bool v)
+{
+    QMap<QString, QString> values;
+    for (const char* name : {"gtk4", "gtk3", "nemo", "caja", "thunar", "dolphin"})
+        values[name] = v ? "true" : "false";
+    return values;
+}
+} // namespace
 
 // The shipped hidden-files scripts against the real settings stores on a private session bus: GSettings
 // (keyfile backend) for GNOME Files, Nemo and Caja, a real xfconfd for Thunar, Dolphin's own file. The
@@ -30,120 +57,60 @@ class TestHiddenScripts : public QObject
     std::unique_ptr<ScriptsManager> m_scripts;
     QByteArray m_path;
 
-    static QString tool(const QString& program, const QStringList& args)
+    QString dolphinFile() const { return m_home + "/.local/share/dolphin/view_properties/global/.directory"; }
+    QStringList dolphinKey() const
     {
-        QProcess p;
-        p.start(program, args);
-        if (!p.waitForFinished(10000) || p.exitCode() != 0)
-            return QStringLiteral("<failed: %1>").arg(QString::fromUtf8(p.readAllStandardError()).trimmed());
-        return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+        return {"--file", dolphinFile(), "--group", "Settings", "--key", "HiddenFilesShown"};
     }
-
-    QString dolphinFile() const
-    {
-        return m_home + QStringLiteral("/.local/share/dolphin/view_properties/global/.directory");
-    }
+    static QStringList thunarKey() { return {"-c", "thunar", "-p", "/last-show-hidden"}; }
 
     // Every backend's value as its own tool reads it.
     QMap<QString, QString> values() const
     {
-        const auto gs = [](const char* schema, const char* key) {
-            return tool(QStringLiteral("gsettings"),
-                        {QStringLiteral("get"), QLatin1String(schema), QLatin1String(key)});
-        };
-        QString thunar =
-            tool(QStringLiteral("xfconf-query"), {QStringLiteral("-c"), QStringLiteral("thunar"), QStringLiteral("-p"),
-                                                  QStringLiteral("/last-show-hidden")});
-        if (thunar.startsWith(QLatin1String("<failed")))
-            thunar = QStringLiteral("false"); // absent: Thunar's default
-        return {
-            {QStringLiteral("gtk4"), gs("org.gtk.gtk4.Settings.FileChooser", "show-hidden")},
-            {QStringLiteral("gtk3"), gs("org.gtk.Settings.FileChooser", "show-hidden")},
-            {QStringLiteral("nemo"), gs("org.nemo.preferences", "show-hidden-files")},
-            {QStringLiteral("caja"), gs("org.mate.caja.preferences", "show-hidden-files")},
-            {QStringLiteral("thunar"), thunar},
-            {QStringLiteral("dolphin"),
-             tool(QStringLiteral("kreadconfig5"),
-                  {QStringLiteral("--file"), dolphinFile(), QStringLiteral("--group"), QStringLiteral("Settings"),
-                   QStringLiteral("--key"), QStringLiteral("HiddenFilesShown"), QStringLiteral("--default"),
-                   QStringLiteral("false")})},
-        };
+        QMap<QString, QString> v;
+        for (const QStringList& g : kGSettings)
+            v[g[0]] = tool("gsettings", {"get", g[1], g[2]});
+        v["thunar"] = tool("xfconf-query", thunarKey());
+        if (v["thunar"].startsWith("<failed"))
+            v["thunar"] = "false"; // absent: Thunar's default
+        v["dolphin"] = tool("kreadconfig5", dolphinKey() + QStringList{"--default", "false"});
+        return v;
     }
 
-    static QMap<QString, QString> all(bool v)
-    {
-        const QString s = v ? QStringLiteral("true") : QStringLiteral("false");
-        return {{QStringLiteral("gtk4"), s}, {QStringLiteral("gtk3"), s},   {QStringLiteral("nemo"), s},
-                {QStringLiteral("caja"), s}, {QStringLiteral("thunar"), s}, {QStringLiteral("dolphin"), s}};
-    }
-
-    // Sets backends through their own tools (not through the scripts).
+    // Sets a backend through its own tool (not through the scripts).
     void set(const QString& backend, bool v)
     {
-        const QString s = v ? QStringLiteral("true") : QStringLiteral("false");
-        const auto gs = [&](const char* schema, const char* key) {
-            QCOMPARE(tool(QStringLiteral("gsettings"),
-                          {QStringLiteral("set"), QLatin1String(schema), QLatin1String(key), s}),
-                     QString());
-        };
-        if (backend == QLatin1String("gtk")) {
-            gs("org.gtk.gtk4.Settings.FileChooser", "show-hidden");
-            gs("org.gtk.Settings.FileChooser", "show-hidden");
-        } else if (backend == QLatin1String("nemo")) {
-            gs("org.nemo.preferences", "show-hidden-files");
-        } else if (backend == QLatin1String("caja")) {
-            gs("org.mate.caja.preferences", "show-hidden-files");
-        } else if (backend == QLatin1String("thunar")) {
-            tool(QStringLiteral("xfconf-query"),
-                 {QStringLiteral("-c"), QStringLiteral("thunar"), QStringLiteral("-p"),
-                  QStringLiteral("/last-show-hidden"), QStringLiteral("-n"), QStringLiteral("-t"),
-                  QStringLiteral("bool"), QStringLiteral("-s"), s});
-        } else if (backend == QLatin1String("dolphin")) {
+        const QString s = v ? "true" : "false";
+        for (const QStringList& g : kGSettings) {
+            if (g[0].startsWith(backend))
+                QCOMPARE(tool("gsettings", {"set", g[1], g[2], s}), QString());
+        }
+        if (backend == "thunar")
+            QCOMPARE(tool("xfconf-query", thunarKey() + QStringList{"-n", "-t", "bool", "-s", s}), QString());
+        if (backend == "dolphin") {
             QDir().mkpath(QFileInfo(dolphinFile()).path());
-            tool(QStringLiteral("kwriteconfig5"),
-                 {QStringLiteral("--file"), dolphinFile(), QStringLiteral("--group"), QStringLiteral("Settings"),
-                  QStringLiteral("--key"), QStringLiteral("HiddenFilesShown"), QStringLiteral("--type"),
-                  QStringLiteral("bool"), s});
+            QCOMPARE(tool("kwriteconfig5", dolphinKey() + QStringList{"--type", "bool", s}), QString());
         }
     }
 
     void setAll(bool v)
     {
         for (const char* b : {"gtk", "nemo", "caja", "thunar", "dolphin"})
-            set(QLatin1String(b), v);
+            set(b, v);
     }
 
-    struct Result
-    {
-        QStringList reply;
-        std::optional<ScriptError> error;
-    };
-
-    Result run(const QString& name)
-    {
-        Result r;
-        bool done = false;
-        m_scripts->executeAppleScript(name, [&](const QStringList& reply, const std::optional<ScriptError>& e) {
-            r.reply = reply;
-            r.error = e;
-            done = true;
-        });
-        if (!QTest::qWaitFor([&] { return done; }, 60000))
-            r.error = ScriptError{QString(), -2, QStringLiteral("did not end")};
-        return r;
-    }
+    HiddenScriptResult run(const QString& name) { return runHiddenScript(*m_scripts, name); }
 
     // The home folder as a file manager lists it: dot-names first (byte order) when hidden files show,
     // then the other names minus those listed in .hidden when they do not.
     QStringList expectedListing(bool shown) const
     {
         QStringList dots, others;
-        const QStringList hiddenList = QStringList{QStringLiteral("secret file")};
         for (const QString& n :
              QDir(m_home).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-            if (n.startsWith(QLatin1Char('.')))
+            if (n.startsWith('.'))
                 dots << n;
-            else if (shown || !hiddenList.contains(n))
+            else if (shown || n != "secret file")
                 others << n;
         }
         const auto bytes = [](const QString& a, const QString& b) { return a.toUtf8() < b.toUtf8(); };
@@ -159,33 +126,30 @@ private Q_SLOTS:
             QSKIP("needs the private session bus of the test runner");
         m_path = qgetenv("PATH");
         // A home whose name has spaces and quotes; the XDG folders follow it. Set before xfconfd starts.
-        m_home = QDir::homePath() + QStringLiteral("/user's \"home\" dir");
-        QVERIFY(QDir().mkpath(m_home + QStringLiteral("/.config")));
-        QVERIFY(QDir().mkpath(m_home + QStringLiteral("/.local/share")));
-        QVERIFY(QDir().mkpath(m_home + QStringLiteral("/Documents")));
-        for (const char* f : {".bashrc", ".profile", "notes.txt", "secret file", "-dash", "Zebra"}) {
-            QFile file(m_home + QLatin1Char('/') + QLatin1String(f));
+        m_home = QDir::homePath() + "/user's \"home\" dir";
+        for (const char* d : {"/.config", "/.local/share", "/Documents"})
+            QVERIFY(QDir().mkpath(m_home + d));
+        for (const char* f : {".bashrc", ".profile", "notes.txt", "secret file", "-dash", "Zebra", ".hidden"}) {
+            QFile file(m_home + '/' + f);
             QVERIFY(file.open(QIODevice::WriteOnly));
+            if (file.fileName().endsWith(".hidden"))
+                file.write("secret file\n");
         }
-        QFile hidden(m_home + QStringLiteral("/.hidden"));
-        QVERIFY(hidden.open(QIODevice::WriteOnly));
-        hidden.write("secret file\n");
-        hidden.close();
         qputenv("HOME", QFile::encodeName(m_home));
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home + QStringLiteral("/.config")));
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home + QStringLiteral("/.local/share")));
-        qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home + QStringLiteral("/.cache")));
+        const std::pair<const char*, const char*> xdg[] = {
+            {"XDG_CONFIG_HOME", "/.config"}, {"XDG_DATA_HOME", "/.local/share"}, {"XDG_CACHE_HOME", "/.cache"}};
+        for (const auto& [var, sub] : xdg)
+            qputenv(var, QFile::encodeName(m_home + sub));
         qputenv("GSETTINGS_BACKEND", "keyfile");
 
-        const QString xfconfd = QStringLiteral("/usr/lib/x86_64-linux-gnu/xfce4/xfconf/xfconfd");
+        const QString xfconfd = "/usr/lib/x86_64-linux-gnu/xfce4/xfconf/xfconfd";
         QVERIFY2(QFile::exists(xfconfd), "xfconf is not installed");
         m_xfconfd.start(xfconfd, {});
         QVERIFY(m_xfconfd.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(
-            QDBusConnection::sessionBus().interface()->isServiceRegistered(QStringLiteral("org.xfce.Xfconf")).value(),
-            10000);
+            QDBusConnection::sessionBus().interface()->isServiceRegistered("org.xfce.Xfconf").value(), 10000);
 
-        m_defaults = std::make_unique<UserDefaults>(m_home + QStringLiteral("/.config/std.json"));
+        m_defaults = std::make_unique<UserDefaults>(m_home + "/.config/std.json");
         m_access = std::make_unique<DiskAccessRestoreManager>(*m_defaults);
         m_scripts = std::make_unique<ScriptsManager>(*m_access, ScriptsManager::Options{});
     }
@@ -203,98 +167,85 @@ private Q_SLOTS:
     void init()
     {
         qputenv("PATH", m_path);
-        qunsetenv("XDG_DATA_DIRS");
-        QFile::remove(m_home + QStringLiteral("/.config/mimeapps.list"));
+        for (const char* var : {"XDG_DATA_DIRS", "XDG_CURRENT_DESKTOP", "FAKE_DIR"})
+            qunsetenv(var);
+        QFile::remove(m_home + "/.config/mimeapps.list");
     }
 
     void scriptsAreCopiedUnderTheOddHome()
     {
-        QVERIFY(!run(QStringLiteral("AttachedScript")).error);
-        QVERIFY(QFile::exists(m_home + QStringLiteral("/.local/share/trovix/Scripts/AttachedScript.sh")));
+        QVERIFY(!run("AttachedScript").error);
+        QVERIFY(QFile::exists(m_home + "/.local/share/trovix/Scripts/AttachedScript.sh"));
     }
 
     void checkReplyFollowsThePrimarySetting_data()
     {
         QTest::addColumn<QString>("desktop");
+        QTest::addColumn<QByteArray>("folderHandlers"); // the default applications for folders
         QTest::addColumn<QString>("backend");
         QTest::addColumn<bool>("shown");
         for (bool shown : {true, false}) {
             const char* s = shown ? "shown" : "hidden";
-            QTest::addRow("GNOME %s", s) << QStringLiteral("GNOME") << QStringLiteral("gtk") << shown;
-            QTest::addRow("Cinnamon %s", s) << QStringLiteral("X-Cinnamon") << QStringLiteral("nemo") << shown;
-            QTest::addRow("MATE %s", s) << QStringLiteral("MATE") << QStringLiteral("caja") << shown;
-            QTest::addRow("Xfce %s", s) << QStringLiteral("XFCE") << QStringLiteral("thunar") << shown;
-            QTest::addRow("KDE %s", s) << QStringLiteral("KDE") << QStringLiteral("dolphin") << shown;
+            QTest::addRow("GNOME %s", s) << "GNOME" << QByteArray() << "gtk" << shown;
+            QTest::addRow("Cinnamon %s", s) << "X-Cinnamon" << QByteArray() << "nemo" << shown;
+            QTest::addRow("MATE %s", s) << "MATE" << QByteArray() << "caja" << shown;
+            QTest::addRow("Xfce %s", s) << "XFCE" << QByteArray() << "thunar" << shown;
+            QTest::addRow("KDE %s", s) << "KDE" << QByteArray() << "dolphin" << shown;
         }
+        QTest::newRow("the folder handler wins over the desktop")
+            << "GNOME" << QByteArray("nemo.desktop;org.gnome.Nautilus.desktop;") << "nemo" << true;
     }
     void checkReplyFollowsThePrimarySetting()
     {
         QFETCH(QString, desktop);
+        QFETCH(QByteArray, folderHandlers);
         QFETCH(QString, backend);
         QFETCH(bool, shown);
         qputenv("XDG_CURRENT_DESKTOP", desktop.toUtf8());
+        if (!folderHandlers.isEmpty()) {
+            QFile list(m_home + "/.config/mimeapps.list");
+            QVERIFY(list.open(QIODevice::WriteOnly));
+            list.write("[Default Applications]\ninode/directory = " + folderHandlers + "\n");
+        }
         // Only the primary file manager's setting says "shown" (or only it says "hidden").
         setAll(!shown);
         set(backend, shown);
-        const Result r = run(QStringLiteral("CheckHiddenFilesFisibilityByAskingFinder"));
-        qunsetenv("XDG_CURRENT_DESKTOP");
-        QVERIFY2(!r.error, qPrintable(r.error ? r.error->description : QString()));
+        const HiddenScriptResult r = run(kCheck);
+        QVERIFY2(!r.error, r.errorText());
         QCOMPARE(r.reply, expectedListing(shown));
     }
 
-    void defaultFolderHandlerWinsOverTheDesktop()
+    void switchFollowsThePrimaryAndAlignsTheOthers_data()
     {
-        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
-        QFile list(m_home + QStringLiteral("/.config/mimeapps.list"));
-        QVERIFY(list.open(QIODevice::WriteOnly));
-        list.write("[Default Applications]\ninode/directory = nemo.desktop;org.gnome.Nautilus.desktop;\n");
-        list.close();
-        setAll(false);
-        set(QStringLiteral("nemo"), true);
-        const Result r = run(QStringLiteral("CheckHiddenFilesFisibilityByAskingFinder"));
-        qunsetenv("XDG_CURRENT_DESKTOP");
-        QVERIFY(!r.error);
-        QCOMPARE(r.reply, expectedListing(true));
+        QTest::addColumn<QString>("desktop");
+        QTest::addColumn<bool>("start"); // every backend's value but the primary one's
+        QTest::addColumn<bool>("after");
+        QTest::newRow("from hidden") << "GNOME" << false << true;
+        QTest::newRow("from shown") << "GNOME" << true << false;
+        QTest::newRow("the others differ") << "XFCE" << true << true;
     }
-
-    void switchingTwiceReturnsEveryBackend_data()
-    {
-        QTest::addColumn<bool>("start");
-        QTest::newRow("from hidden") << false;
-        QTest::newRow("from shown") << true;
-    }
-    void switchingTwiceReturnsEveryBackend()
-    {
-        QFETCH(bool, start);
-        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
-        setAll(start);
-        QCOMPARE(values(), all(start));
-        Result r = run(QStringLiteral("SwitchHiddenFilesVisibility2"));
-        QVERIFY2(!r.error, qPrintable(r.error ? r.error->description : QString()));
-        QCOMPARE(values(), all(!start));
-        QCOMPARE(run(QStringLiteral("CheckHiddenFilesFisibilityByAskingFinder")).reply, expectedListing(!start));
-        r = run(QStringLiteral("SwitchHiddenFilesVisibility2"));
-        QVERIFY(!r.error);
-        qunsetenv("XDG_CURRENT_DESKTOP");
-        QCOMPARE(values(), all(start));
-    }
-
     void switchFollowsThePrimaryAndAlignsTheOthers()
     {
-        qputenv("XDG_CURRENT_DESKTOP", "XFCE");
-        setAll(true);
-        set(QStringLiteral("thunar"), false);
-        QVERIFY(!run(QStringLiteral("SwitchHiddenFilesVisibility2")).error);
-        qunsetenv("XDG_CURRENT_DESKTOP");
-        QCOMPARE(values(), all(true));
+        QFETCH(QString, desktop);
+        QFETCH(bool, start);
+        QFETCH(bool, after);
+        qputenv("XDG_CURRENT_DESKTOP", desktop.toUtf8());
+        setAll(start);
+        set(desktop == "XFCE" ? "thunar" : "gtk", !after);
+        HiddenScriptResult r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(values(), all(after));
+        QCOMPARE(run(kCheck).reply, expectedListing(after));
+        QVERIFY(!run(kSwitch).error);
+        QCOMPARE(values(), all(!after));
     }
 
     void writeScriptsSetEveryBackend()
     {
         setAll(false);
-        QVERIFY(!run(QStringLiteral("WriteIntoSystemPreferencesShowHiddens")).error);
+        QVERIFY(!run("WriteIntoSystemPreferencesShowHiddens").error);
         QCOMPARE(values(), all(true));
-        QVERIFY(!run(QStringLiteral("WriteIntoSystemPreferencesHideHiddens")).error);
+        QVERIFY(!run("WriteIntoSystemPreferencesHideHiddens").error);
         QCOMPARE(values(), all(false));
     }
 
@@ -304,16 +255,14 @@ private Q_SLOTS:
         QTemporaryDir empty;
         qputenv("XDG_DATA_DIRS", QFile::encodeName(empty.path()));
         qputenv("XDG_CURRENT_DESKTOP", "GNOME"); // its backend is gone: the first one present decides
-        const Result r = run(QStringLiteral("SwitchHiddenFilesVisibility2"));
-        const Result check = run(QStringLiteral("CheckHiddenFilesFisibilityByAskingFinder"));
-        qunsetenv("XDG_CURRENT_DESKTOP");
-        qunsetenv("XDG_DATA_DIRS");
-        QVERIFY2(!r.error, qPrintable(r.error ? r.error->description : QString()));
+        const HiddenScriptResult r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        const HiddenScriptResult check = run(kCheck);
         QVERIFY(!check.error);
         QCOMPARE(check.reply, expectedListing(true));
+        qunsetenv("XDG_DATA_DIRS");
         auto expected = all(false);
-        expected[QStringLiteral("thunar")] = QStringLiteral("true");
-        expected[QStringLiteral("dolphin")] = QStringLiteral("true");
+        expected["thunar"] = expected["dolphin"] = "true";
         QCOMPARE(values(), expected);
     }
 
@@ -322,30 +271,29 @@ private Q_SLOTS:
         // Only the basic tools: no gsettings, xfconf-query or kwriteconfig5.
         QTemporaryDir bin;
         for (const char* t : {"awk", "tr", "sed", "head", "grep", "cat", "id", "mkdir", "sleep", "mktemp", "rm"}) {
-            const QString real = QStandardPaths::findExecutable(QLatin1String(t));
+            const QString real = QStandardPaths::findExecutable(t);
             QVERIFY2(!real.isEmpty(), t);
-            QVERIFY(QFile::link(real, bin.filePath(QLatin1String(t))));
+            QVERIFY(QFile::link(real, bin.filePath(t)));
         }
         qputenv("PATH", QFile::encodeName(bin.path()));
-        const Result check = run(QStringLiteral("CheckHiddenFilesFisibilityByAskingFinder"));
-        const Result sw = run(QStringLiteral("SwitchHiddenFilesVisibility2"));
-        const Result write = run(QStringLiteral("WriteIntoSystemPreferencesShowHiddens"));
-        qputenv("PATH", m_path);
-        for (const Result& r : {check, sw, write}) {
+        for (const char* name : {"CheckHiddenFilesFisibilityByAskingFinder", "SwitchHiddenFilesVisibility2",
+                                 "WriteIntoSystemPreferencesShowHiddens"}) {
+            const HiddenScriptResult r = run(name);
             QVERIFY(r.error);
             QVERIFY(r.error->code > 0);
-            QVERIFY2(r.error->description.contains(QLatin1String("no supported file-manager setting")),
-                     qPrintable(r.error->description));
+            QVERIFY2(r.error->description.contains("no supported file-manager setting"), r.errorText());
         }
     }
 
-    void relaunchRestartsOnlyRunningFileManagers()
+    void relaunchRestartsTheRunningFileManager()
     {
         // A stand-in Thunar: it records each start and quits on "thunar -q", as the real one does.
         QTemporaryDir bin;
-        const QString log = bin.filePath(QStringLiteral("log"));
-        const QString pidFile = bin.filePath(QStringLiteral("pid"));
-        QFile fake(bin.filePath(QStringLiteral("thunar")));
+        const auto read = [&bin](const char* name) {
+            QFile f(bin.filePath(name));
+            return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray();
+        };
+        QFile fake(bin.filePath("thunar"));
         QVERIFY(fake.open(QIODevice::WriteOnly));
         fake.write("#!/bin/sh\n"
                    "if [ \"$1\" = -q ]; then kill \"$(cat \"$FAKE_DIR/pid\")\"; exit 0; fi\n"
@@ -358,39 +306,27 @@ private Q_SLOTS:
         qputenv("PATH", QFile::encodeName(bin.path()) + ':' + m_path);
 
         QProcess first;
-        // Whatever happens below, the stand-in the script started again is stopped by its id.
         qint64 firstPid = 0;
-        const auto stopRelaunched = qScopeGuard([&pidFile, &firstPid] {
-            QFile f(pidFile);
-            const qint64 pid = f.open(QIODevice::ReadOnly) ? f.readAll().trimmed().toLongLong() : 0;
+        // Whatever happens below, the stand-in the script started again is stopped by its id.
+        const auto stopRelaunched = qScopeGuard([&] {
+            const qint64 pid = read("pid").toLongLong();
             if (pid > 0 && pid != firstPid)
                 ::kill(static_cast<pid_t>(pid), SIGTERM);
         });
-
-        first.start(fake.fileName(), {QStringLiteral("--daemon")});
+        first.start(fake.fileName(), {"--daemon"});
         QVERIFY(first.waitForStarted());
-        QTRY_VERIFY(QFile::exists(pidFile));
+        QTRY_VERIFY(!read("pid").isEmpty());
         firstPid = first.processId();
 
         setAll(false);
-        const Result r = run(QStringLiteral("ShowHiddensAndRelaunchFinder"));
-        QVERIFY2(!r.error, qPrintable(r.error ? r.error->description : QString()));
+        const HiddenScriptResult r = run("ShowHiddensAndRelaunchFinder");
+        QVERIFY2(!r.error, r.errorText());
         QTRY_COMPARE_WITH_TIMEOUT(first.state(), QProcess::NotRunning, 5000);
         QCOMPARE(values(), all(true));
-
-        // Started again with the same arguments; stop that one by its id.
-        const auto readLog = [&log] {
-            QFile f(log);
-            return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(readLog(), QByteArray("started --daemon\nstarted --daemon\n"), 5000);
-        QFile pid(pidFile);
-        QVERIFY(pid.open(QIODevice::ReadOnly));
-        const qint64 secondPid = pid.readAll().trimmed().toLongLong();
+        // Started again with the same arguments.
+        QTRY_COMPARE_WITH_TIMEOUT(read("log"), QByteArray("started --daemon\nstarted --daemon"), 5000);
+        const qint64 secondPid = read("pid").toLongLong();
         QVERIFY(secondPid > 0 && secondPid != firstPid);
-
-        qputenv("PATH", m_path);
-        qunsetenv("FAKE_DIR");
     }
 };
 
