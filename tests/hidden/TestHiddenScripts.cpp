@@ -105,18 +105,12 @@ class TestHiddenScripts : public QObject
     // then the other names minus those listed in .hidden when they do not.
     QStringList expectedListing(bool shown) const
     {
-        QStringList dots, others;
-        for (const QString& n :
-             QDir(m_home).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-            if (n.startsWith('.'))
-                dots << n;
-            else if (shown || n != "secret file")
-                others << n;
-        }
-        const auto bytes = [](const QString& a, const QString& b) { return a.toUtf8() < b.toUtf8(); };
-        std::sort(dots.begin(), dots.end(), bytes);
-        std::sort(others.begin(), others.end(), bytes);
-        return shown ? dots + others : others;
+        QStringList names =
+            QDir(m_home).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+        names.removeIf([&](const QString& n) { return !shown && (n.startsWith('.') || n == "secret file"); });
+        const auto key = [](const QString& n) { return std::pair(!n.startsWith('.'), n.toUtf8()); };
+        std::sort(names.begin(), names.end(), [&](const QString& a, const QString& b) { return key(a) < key(b); });
+        return names;
     }
 
 private Q_SLOTS:
@@ -156,12 +150,9 @@ private Q_SLOTS:
 
     void cleanupTestCase()
     {
-        if (m_xfconfd.state() != QProcess::NotRunning) {
-            m_xfconfd.terminate();
-            if (!m_xfconfd.waitForFinished(5000))
-                m_xfconfd.kill();
-            m_xfconfd.waitForFinished(5000);
-        }
+        m_xfconfd.terminate();
+        if (!m_xfconfd.waitForFinished(5000))
+            m_xfconfd.kill();
     }
 
     void init()

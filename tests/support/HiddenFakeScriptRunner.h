@@ -12,18 +12,11 @@
 class HiddenFakeScriptRunner final : public ScriptRunner
 {
 public:
-    struct Call
-    {
-        QString name;
-        QStringList arguments;
-        Completion completion;
-    };
-
     using ScriptRunner::executeAppleScript;
-    void executeAppleScript(const QString& name, const QStringList& arguments, Completion completion) override
+    void executeAppleScript(const QString& name, const QStringList&, Completion completion) override
     {
         history << name;
-        pending.push_back({name, arguments, std::move(completion)});
+        pending.push_back({name, std::move(completion)});
     }
     bool doesScriptWithNameExistInScriptsFolder(const QString& name) const override { return inFolder.contains(name); }
     bool doesScriptWithNameExistInBundle(const QString& name) const override { return inBundle.contains(name); }
@@ -31,15 +24,15 @@ public:
     // Ends the oldest running script.
     QString finish(const QStringList& reply = {}, const std::optional<ScriptError>& error = std::nullopt)
     {
-        Call call = std::move(pending.front());
+        auto [name, completion] = std::move(pending.front());
         pending.pop_front();
-        if (call.completion)
-            call.completion(error ? QStringList() : reply, error);
-        return call.name;
+        if (completion)
+            completion(error ? QStringList() : reply, error);
+        return name;
     }
-    QString nextName() const { return pending.empty() ? QString() : pending.front().name; }
+    QString nextName() const { return pending.empty() ? QString() : pending.front().first; }
 
-    std::deque<Call> pending;
+    std::deque<std::pair<QString, Completion>> pending;
     QStringList history;
     QSet<QString> inFolder;
     QSet<QString> inBundle;
