@@ -99,28 +99,28 @@ private Q_SLOTS:
         QVERIFY(r.reply.isEmpty());
     }
 
-    void inaccessibleHomeStopsTheCopy()
+    void noScriptsFolderIsTheRunnersError_data()
     {
-        // A home that cannot be read, even by root: one that is not there.
+        // The Scripts folder's parent is a file, or the home cannot be read, even by root: it is not there.
+        QTest::addColumn<bool>("blocked");
+        QTest::addColumn<QString>("description");
+        QTest::newRow("home not there") << false << "";
+        QTest::newRow("folder cannot be made") << true << "Can not get folder with NSUserDomainMask.";
+    }
+    void noScriptsFolderIsTheRunnersError()
+    {
+        QFETCH(bool, blocked);
+        QFETCH(QString, description);
+        QFile(m_dir.filePath("blocker")).open(QIODevice::WriteOnly);
         const QByteArray home = qgetenv("HOME");
-        qputenv("HOME", QFile::encodeName(m_dir.filePath("gone")));
-        HiddenScriptResult r = run(*make(), "Echo");
+        if (!blocked)
+            qputenv("HOME", QFile::encodeName(m_dir.filePath("gone")));
+        const HiddenScriptResult r = run(*make(blocked ? m_dir.filePath("blocker/Scripts") : QString()), "Echo");
         qputenv("HOME", home);
         QVERIFY(r.error);
         QCOMPARE(r.error->code, -1);
+        QCOMPARE(r.error->description, description);
         QVERIFY(!QFile::exists(m_folder + "/Echo.sh"));
-    }
-
-    void folderThatCannotBeMadeIsTheRunnersError()
-    {
-        QFile blocker(m_dir.filePath("blocker"));
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
-        auto m = make(blocker.fileName() + "/Scripts");
-        HiddenScriptResult r = run(*m, "Echo");
-        QVERIFY(r.error);
-        QCOMPARE(r.error->code, -1);
-        QCOMPARE(r.error->description, "Can not get folder with NSUserDomainMask.");
     }
 
     void focusTakingScriptCountsAndBringsTheProgramBack_data()

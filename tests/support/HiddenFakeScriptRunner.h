@@ -21,9 +21,11 @@ public:
     bool doesScriptWithNameExistInScriptsFolder(const QString& name) const override { return inFolder.contains(name); }
     bool doesScriptWithNameExistInBundle(const QString& name) const override { return inBundle.contains(name); }
 
-    // Ends the oldest running script.
+    // Ends the oldest running script; names none when nothing runs.
     QString finish(const QStringList& reply = {}, const std::optional<ScriptError>& error = std::nullopt)
     {
+        if (pending.empty())
+            return QString();
         auto [name, completion] = std::move(pending.front());
         pending.pop_front();
         if (completion)
