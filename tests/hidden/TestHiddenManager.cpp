@@ -250,7 +250,7 @@ private Q_SLOTS:
         restorer.reset();
         rig.runner.pending.clear();
         m.switchHiddenFilesVisibility();
-        rig.runner.finish();
+        QVERIFY(!rig.runner.finish().isEmpty());
         drain();
         QVERIFY(rig.runner.pending.empty());
     }
