@@ -1,7 +1,7 @@
 #include "Commands.h"
 
-#include "app/Settings.h"
-#include "app/Texts.h"
+#include "core/Settings.h"
+#include "core/Texts.h"
 #include "hidden/HiddenManager.h"
 
 #include <QEventLoop>

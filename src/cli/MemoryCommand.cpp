@@ -1,6 +1,6 @@
 #include "Commands.h"
 
-#include "app/Texts.h"
+#include "core/Texts.h"
 #include "memory/MemoryFigures.h"
 #include "memory/PurgeManager.h"
 #include "platform/MemoryInfo.h"

@@ -2,8 +2,8 @@
 // hidden files and package contents, and prints their full paths.
 #include "Commands.h"
 
-#include "app/NotificationCenter.h"
-#include "app/Settings.h"
+#include "core/NotificationCenter.h"
+#include "core/Settings.h"
 #include "search/SearchManager.h"
 #include "search/Walker.h"
 #include "util/DateExtra.h"

@@ -1,6 +1,6 @@
 #include "DiskAccessRestoreManager.h"
 
-#include "app/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,7 +1,7 @@
 #include "HiddenManager.h"
 
-#include "app/NotificationCenter.h"
-#include "app/Settings.h"
+#include "core/NotificationCenter.h"
+#include "core/Settings.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/HiddenManagerAlerts.h"
 #include "hidden/Preferences.h"

@@ -1,6 +1,6 @@
 #include "HiddenManagerLocalizable.h"
 
-#include "app/Texts.h"
+#include "core/Texts.h"
 
 namespace {
 constexpr const char* kTable = "HiddenManagerLocalizable";

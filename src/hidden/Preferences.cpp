@@ -1,6 +1,6 @@
 #include "Preferences.h"
 
-#include "app/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 std::optional<SwitchHiddenFilesVisibilityOption> switchHiddenFilesVisibilityOptionFromRawValue(qint64 raw)
 {

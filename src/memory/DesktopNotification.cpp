@@ -1,6 +1,6 @@
 #include "DesktopNotification.h"
 
-#include "app/Texts.h"
+#include "core/Texts.h"
 #include "util/VolumeName.h"
 
 #include <QDBusConnection>

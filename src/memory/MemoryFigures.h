@@ -1,6 +1,6 @@
 #pragma once
 
-#include "memory/VmStatistics.h"
+#include "platform/VmStatistics.h"
 
 #include <QString>
 

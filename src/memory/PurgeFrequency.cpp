@@ -1,7 +1,7 @@
 #include "PurgeFrequency.h"
 
-#include "app/Settings.h"
-#include "app/UserDefaults.h"
+#include "core/Settings.h"
+#include "core/UserDefaults.h"
 
 namespace PurgeFrequency {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "memory/PurgeManagerDelegate.h"
-#include "memory/VmStatistics.h"
+#include "platform/VmStatistics.h"
 
 #include <QObject>
 

@@ -1,7 +1,7 @@
 #include "SearchManager.h"
 
 #include "Walker.h"
-#include "app/NotificationCenter.h"
+#include "core/NotificationCenter.h"
 #include "platform/linux/MountTable.h"
 #include "util/MainQueue.h"
 

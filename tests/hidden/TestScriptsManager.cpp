@@ -1,4 +1,4 @@
-#include "app/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/ScriptsManager.h"
 #include "support/HiddenScriptRun.h"

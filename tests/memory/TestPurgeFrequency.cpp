@@ -1,5 +1,5 @@
-#include "app/Settings.h"
-#include "app/UserDefaults.h"
+#include "core/Settings.h"
+#include "core/UserDefaults.h"
 #include "memory/PurgeFrequency.h"
 
 #include <QTemporaryDir>

@@ -1,4 +1,4 @@
-#include "app/NotificationCenter.h"
+#include "core/NotificationCenter.h"
 #include "search/SearchManager.h"
 #include "search/Walker.h"
 #include "support/SearchTreeFixture.h"

@@ -1,0 +1,515 @@
+#include "PanelWindow.h"
+
+#include "CleanMemoryButton.h"
+#include "Controls.h"
+#include "core/NotificationCenter.h"
+#include "PanelWindowDelegate.h"
+#include "core/Settings.h"
+#include "core/Texts.h"
+#include "util/VolumeName.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDialog>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMouseEvent>
+#include <QPainterPath>
+#include <QProgressBar>
+#include <QScreen>
+#include <QStyle>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+
+constexpr int kPanelWidth = 320;
+constexpr int kRevertMs = 30000;
+constexpr int kGap = 5; // between the tray icon and the panel
+
+QString panelText(const char* key, const char* english)
+{
+    return Texts::localized("PanelWindow", key, QString::fromLatin1(english));
+}
+
+QColor usedColor()
+{
+    return QColor::fromRgbF(0.1882353f, 0.1882353f, 0.1882353f);
+}
+QColor cleanedColor()
+{
+    return QColor::fromRgbF(0.12156863f, 0.52156866f, 0.15294118f);
+}
+
+} // namespace
+
+PanelWindow::PanelWindow(PanelWindowDelegate& delegate, Settings& settings, NotificationCenter& center, Clock& clock,
+                         QWidget* parent)
+    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
+    , m_delegate(delegate)
+    , m_settings(settings)
+    , m_center(center)
+    , m_clock(clock)
+{
+    setObjectName(QStringLiteral("PanelWindow"));
+    setWindowTitle(QGuiApplication::applicationDisplayName());
+    setAttribute(Qt::WA_DeleteOnClose, false);
+    buildInterface();
+
+    m_locked = m_settings.isWindowLocked();
+    changeWindowStateTo(Compact);
+    showTriangle(m_locked);
+    if (isLastSateDetailed(m_settings))
+        expandDisclosureButton();
+
+    m_center.addObserver(QStringLiteral("CloseMainWindowIfNotActive"), nullptr, this,
+                         [this](const Notification&) { closeWindowIfNotActive(); });
+}
+
+PanelWindow::~PanelWindow()
+{
+    m_center.removeObservers(this);
+}
+
+QString PanelWindow::PanelWindowDidBecomeActiveNotification()
+{
+    return QStringLiteral("PanelWindowDidBecomeActiveNotification");
+}
+
+void PanelWindow::buildInterface()
+{
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    m_view = new PanelView(this);
+    m_view->setObjectName(QStringLiteral("PanelView"));
+    outer->addWidget(m_view);
+
+    auto* layout = new QVBoxLayout(m_view);
+    layout->setSpacing(10);
+
+    // Title row: the program's name, the gear menu and (when detached) the close button.
+    auto* header = new QHBoxLayout;
+    m_titleLabel = new QLabel(m_view);
+    m_titleLabel->setObjectName(QStringLiteral("appTitle"));
+    QFont titleFont = m_titleLabel->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.15);
+    titleFont.setBold(true);
+    m_titleLabel->setFont(titleFont);
+    header->addWidget(m_titleLabel);
+    header->addStretch();
+    m_gearButton = new QToolButton(m_view);
+    m_gearButton->setObjectName(QStringLiteral("preferencesButton"));
+    m_gearButton->setAutoRaise(true);
+    m_gearButton->setIcon(QIcon(QStringLiteral(":/icons/gear.svg")));
+    m_gearButton->setToolTip(PanelWindowContextualMenuStrings::preferencesWithoutDots());
+    connect(m_gearButton, &QToolButton::clicked, this, [this] {
+        m_delegate.panelPreferencesButtonPressed(m_gearButton->mapToGlobal(QPoint(-2, m_gearButton->height() + 5)));
+    });
+    header->addWidget(m_gearButton);
+    m_closeButton = new QToolButton(m_view);
+    m_closeButton->setObjectName(QStringLiteral("closeButton"));
+    m_closeButton->setAutoRaise(true);
+    m_closeButton->setIcon(style()->standardIcon(QStyle::SP_TitleBarCloseButton));
+    connect(m_closeButton, &QToolButton::clicked, this, [this] { closeAndMakeItLocked(); });
+    header->addWidget(m_closeButton);
+    layout->addLayout(header);
+
+    // The hidden-files switch.
+    auto* switchRow = new QHBoxLayout;
+    m_hiddenSwitchLabel = new QLabel(m_view);
+    m_hiddenSwitchLabel->setText(panelText("Switcher_hidden_files_visibility_title", "Show hidden files"));
+    switchRow->addWidget(m_hiddenSwitchLabel);
+    switchRow->addStretch();
+    m_hiddenSwitch = new ToggleSwitch(m_view);
+    m_hiddenSwitch->setObjectName(QStringLiteral("hiddenSwitch"));
+    m_hiddenSwitch->setAccessibleName(m_hiddenSwitchLabel->text());
+    connect(m_hiddenSwitch, &ToggleSwitch::clicked, this, [this] {
+        // The switch shows the manager's state, not the click: the manager flips it and tells us.
+        m_delegate.panelShowHiddenControlChanged();
+        updateIsHiddenShown();
+    });
+    switchRow->addWidget(m_hiddenSwitch);
+    layout->addLayout(switchRow);
+
+    // The search field.
+    m_searchBar = new QLineEdit(m_view);
+    m_searchBar->setObjectName(QStringLiteral("searchBar"));
+    m_searchBar->setPlaceholderText(panelText("Hidden_Fiels_Search_field_title", "Search files by name"));
+    m_searchBar->setClearButtonEnabled(true);
+    m_searchBar->addAction(QIcon(QStringLiteral(":/icons/search.svg")), QLineEdit::LeadingPosition);
+    connect(m_searchBar, &QLineEdit::returnPressed, this, [this] { controlTextDidEndEditing(); });
+    layout->addWidget(m_searchBar);
+
+    // Disclosure of the memory part.
+    m_disclosureButton = new QToolButton(m_view);
+    m_disclosureButton->setObjectName(QStringLiteral("disclosureButton"));
+    m_disclosureButton->setCheckable(true);
+    m_disclosureButton->setAutoRaise(true);
+    m_disclosureButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_disclosureButton->setArrowType(Qt::RightArrow);
+    m_disclosureButton->setText(panelText("Expand_system_usage_button", "System Usage"));
+    connect(m_disclosureButton, &QToolButton::clicked, this, [this] { openDetailedModeButtonPressed(); });
+    layout->addWidget(m_disclosureButton);
+
+    m_memoryPart = new QWidget(m_view);
+    m_memoryPart->setObjectName(QStringLiteral("memoryPart"));
+    auto* memory = new QVBoxLayout(m_memoryPart);
+    memory->setContentsMargins(0, 0, 0, 0);
+    memory->setSpacing(4);
+    auto* caption = new QLabel(panelText("Memory_usage", "Memory usage"), m_memoryPart);
+    caption->setObjectName(QStringLiteral("memoryCaption"));
+    memory->addWidget(caption);
+    auto* figures = new QHBoxLayout;
+    m_percentLabel = new QLabel(m_memoryPart);
+    m_percentLabel->setObjectName(QStringLiteral("memoryTitle"));
+    QFont big = m_percentLabel->font();
+    big.setPointSizeF(big.pointSizeF() * 2.0);
+    big.setBold(true);
+    m_percentLabel->setFont(big);
+    m_percentLabel->setMinimumWidth(QFontMetrics(big).horizontalAdvance(QStringLiteral("100%")));
+    figures->addWidget(m_percentLabel);
+    auto* right = new QVBoxLayout;
+    m_subtitleLabel = new ClickableLabel(m_memoryPart);
+    m_subtitleLabel->setObjectName(QStringLiteral("memorySubtitle"));
+    connect(m_subtitleLabel, &ClickableLabel::clicked, this, [this] { subtitleLabelClicked(); });
+    right->addWidget(m_subtitleLabel);
+    m_memoryLevelIndicator = new QProgressBar(m_memoryPart);
+    m_memoryLevelIndicator->setObjectName(QStringLiteral("memoryLevelIndicator"));
+    m_memoryLevelIndicator->setRange(0, 1000);
+    m_memoryLevelIndicator->setTextVisible(false);
+    m_memoryLevelIndicator->setFixedHeight(8);
+    right->addWidget(m_memoryLevelIndicator);
+    figures->addLayout(right, 1);
+    memory->addLayout(figures);
+    m_cleanButton = new CleanMemoryButton(m_memoryPart);
+    connect(m_cleanButton, &CleanMemoryButton::clicked, this, [this] { m_delegate.panelCleanButtonPressed(); });
+    memory->addWidget(m_cleanButton);
+    layout->addWidget(m_memoryPart);
+
+    setFixedWidth(kPanelWidth);
+    updateWindowFrameAndItems();
+    fillLastCleanedLabelWithSize(0, QString());
+}
+
+void PanelWindow::updateWindowFrameAndItems()
+{
+    m_titleLabel->setText(QGuiApplication::applicationDisplayName());
+    updateIsHiddenShown();
+}
+
+void PanelWindow::updateIsHiddenShown()
+{
+    const QSignalBlocker block(m_hiddenSwitch);
+    m_hiddenSwitch->setChecked(m_delegate.panelIsHiddenShown());
+    m_hiddenSwitch->setEnabled(!m_delegate.panelIsHiddenUpdating());
+}
+
+void PanelWindow::setLocked(bool locked)
+{
+    m_locked = locked;
+    m_settings.saveWindowLockedState(locked);
+}
+
+void PanelWindow::showTriangle(bool show)
+{
+    setLocked(show);
+    m_view->setTriangle(show, !m_placedAbove, m_triangleTipX);
+    m_closeButton->setVisible(!show);
+    applyHeight();
+}
+
+void PanelWindow::processActionOfStatusItem(bool canBeClosed)
+{
+    if (isVisible()) {
+        if (m_locked) {
+            if (canBeClosed)
+                close();
+            return;
+        }
+        closeAndMakeItLocked();
+    }
+    if (m_locked)
+        placeUnderStatusItem();
+    show();
+    raise();
+    activateWindow();
+    m_searchBar->setFocus(Qt::PopupFocusReason);
+}
+
+void PanelWindow::placeUnderStatusItem()
+{
+    const QRect status = m_delegate.statusItemFrame();
+    const QPoint anchor = status.isEmpty() ? QPoint(status.x(), status.y()) : status.center();
+    QScreen* screen = QGuiApplication::screenAt(anchor);
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    const QRect area = screen ? screen->availableGeometry() : QRect();
+    const int height = sizeHint().height();
+
+    int x = anchor.x() - kPanelWidth / 2;
+    int y = status.bottom() + 1 + kGap;
+    // An icon at the bottom edge of the screen: open above it, the triangle pointing down.
+    m_placedAbove = area.isValid() && y + height > area.bottom() + 1 && status.top() - kGap - height >= area.top();
+    if (m_placedAbove)
+        y = status.top() - kGap - height;
+    if (area.isValid()) {
+        x = std::clamp(x, area.left(), std::max(area.left(), area.right() + 1 - kPanelWidth));
+        y = std::clamp(y, area.top(), std::max(area.top(), area.bottom() + 1 - height));
+    }
+    m_triangleTipX = anchor.x() - x;
+    m_view->setTriangle(true, !m_placedAbove, m_triangleTipX);
+    applyHeight();
+    m_positionFromStatusItem = true;
+    move(x, y);
+    m_positionFromStatusItem = false;
+}
+
+void PanelWindow::showWindowIfNotLocked()
+{
+    if (m_locked)
+        return;
+    QScreen* screen = QGuiApplication::primaryScreen();
+    if (auto pos = m_settings.restoreWindowFramePosition(sizeHint(), screen ? screen->availableGeometry() : QRect()))
+        move(*pos);
+    show();
+    raise();
+    activateWindow();
+}
+
+void PanelWindow::closeAndMakeItLocked()
+{
+    close();
+    showTriangle(true);
+}
+
+void PanelWindow::closeWindowIfNotActive()
+{
+    if (m_locked && !isActiveWindow())
+        close();
+}
+
+bool PanelWindow::hasAttachedSheet() const
+{
+    const auto dialogs = findChildren<QDialog*>(QString(), Qt::FindDirectChildrenOnly);
+    return std::any_of(dialogs.begin(), dialogs.end(), [](const QDialog* d) { return d->isVisible(); });
+}
+
+void PanelWindow::windowDidResignKey()
+{
+    // A detached panel stays; an attached one goes away when the user works elsewhere, unless a script of
+    // ours is about to take the focus or a sheet hangs on it.
+    if (QGuiApplication::applicationState() == Qt::ApplicationActive || !m_locked ||
+        m_delegate.panelMightLoseFocusBecauseOfScript() || hasAttachedSheet())
+        return;
+    close();
+}
+
+void PanelWindow::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange) {
+        if (isActiveWindow())
+            m_center.post(PanelWindowDidBecomeActiveNotification(), this);
+        else
+            windowDidResignKey();
+    }
+}
+
+bool PanelWindow::event(QEvent* event)
+{
+    if (event->type() == QEvent::ApplicationStateChange && !isActiveWindow() && isVisible())
+        windowDidResignKey();
+    return QWidget::event(event);
+}
+
+void PanelWindow::closeEvent(QCloseEvent* event)
+{
+    // Sheets end before their panel does.
+    for (QDialog* d : findChildren<QDialog*>(QString(), Qt::FindDirectChildrenOnly)) {
+        if (d->isVisible())
+            d->reject();
+    }
+    Q_EMIT willClose();
+    QWidget::closeEvent(event);
+}
+
+void PanelWindow::moveEvent(QMoveEvent* event)
+{
+    QWidget::moveEvent(event);
+    if (!m_positionFromStatusItem && !m_locked)
+        m_settings.saveWindowFramePosition(frameGeometry());
+}
+
+void PanelWindow::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton) {
+        m_dragOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
+        m_dragging = false;
+    }
+    QWidget::mousePressEvent(event);
+}
+
+void PanelWindow::mouseMoveEvent(QMouseEvent* event)
+{
+    if (!(event->buttons() & Qt::LeftButton))
+        return;
+    const QPoint target = event->globalPosition().toPoint() - m_dragOffset;
+    if (!m_dragging && (target - pos()).manhattanLength() < QApplication::startDragDistance())
+        return;
+    m_dragging = true;
+    if (m_locked)
+        positionDidChanged();
+    move(target);
+}
+
+void PanelWindow::mouseReleaseEvent(QMouseEvent* event)
+{
+    m_dragging = false;
+    QWidget::mouseReleaseEvent(event);
+}
+
+void PanelWindow::positionDidChanged()
+{
+    m_placedAbove = false;
+    showTriangle(false);
+}
+
+void PanelWindow::applyHeight()
+{
+    m_view->updateGeometry();
+    layout()->activate();
+    resize(kPanelWidth, sizeHint().height());
+    updateMask();
+}
+
+void PanelWindow::updateMask()
+{
+    // A mask rather than translucency: it needs no compositor.
+    setMask(QRegion(m_view->shape().toFillPolygon().toPolygon()));
+}
+
+// Memory part.
+
+void PanelWindow::fillInfoPanelWithUsedMemoryPercent(double fraction, qint64 usedSize, qint64 totalSize)
+{
+    m_percentLabel->setText(QString::asprintf("%2.0f%c", fraction * 100.0, '%'));
+    m_pInfoUsedSizeString =
+        Texts::format(panelText("Used_memory_template", "%@ used of %@"),
+                      {VolumeName::stringFromSize(usedSize), VolumeName::stringFromSize(totalSize)});
+    if (m_subtitleTag == 1)
+        m_subtitleLabel->setText(m_pInfoUsedSizeString);
+    m_memoryLevelIndicator->setValue(
+        totalSize > 0 ? static_cast<int>(1000.0 * static_cast<double>(usedSize) / static_cast<double>(totalSize)) : 0);
+}
+
+void PanelWindow::fillLastCleanedLabelWithSize(qint64 size, const QString& timeDescription)
+{
+    m_pInfoCleanedSizeString = size > 0 && !timeDescription.isEmpty()
+                                   ? Texts::format(panelText("Cleaned_memory_template", "%@ cleaned %@"),
+                                                   {VolumeName::stringFromSize(size), timeDescription})
+                                   : QString();
+    if (m_subtitleTag == 2)
+        m_subtitleLabel->setText(m_pInfoCleanedSizeString);
+}
+
+bool PanelWindow::shouldUpdateTrackedSystemInfo() const
+{
+    return isVisible() && isDisclosureButtonExpanded();
+}
+
+void PanelWindow::onPurgedMemory()
+{
+    m_cleanButton->endProgressUpdate();
+    m_subtitleTag = 1;
+    subtitleLabelClicked();
+}
+
+void PanelWindow::subtitleLabelClicked()
+{
+    m_subtitleRevert.cancel();
+    QPalette pal = m_subtitleLabel->palette();
+    if (m_subtitleTag != 1) {
+        m_subtitleTag = 1;
+        pal.setColor(QPalette::WindowText, usedColor());
+        m_subtitleLabel->setText(m_pInfoUsedSizeString);
+    } else {
+        m_subtitleTag = 2;
+        pal.setColor(QPalette::WindowText, cleanedColor());
+        m_subtitleLabel->setText(m_pInfoCleanedSizeString);
+        m_subtitleRevert = m_clock.callAfter(kRevertMs, this, [this] { subtitleLabelClicked(); });
+    }
+    m_subtitleLabel->setPalette(pal);
+}
+
+QString PanelWindow::titleText() const
+{
+    return m_percentLabel->text();
+}
+
+QString PanelWindow::subtitleText() const
+{
+    return m_subtitleLabel->text();
+}
+
+QString PanelWindow::lastCleanedText() const
+{
+    return m_pInfoCleanedSizeString;
+}
+
+// Disclosure.
+
+bool PanelWindow::isDisclosureButtonExpanded() const
+{
+    return m_disclosureButton->isChecked();
+}
+
+void PanelWindow::expandDisclosureButton()
+{
+    m_disclosureButton->setChecked(true);
+    openDetailedModeButtonPressed();
+}
+
+void PanelWindow::openDetailedModeButtonPressed()
+{
+    changeWindowStateTo(ByDisclosure);
+}
+
+void PanelWindow::changeWindowStateTo(int state)
+{
+    m_state = state;
+    const bool expanded = state == ByDisclosure && isDisclosureButtonExpanded();
+    m_memoryPart->setVisible(expanded);
+    m_disclosureButton->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
+    if (state == ByDisclosure) {
+        setIsLastStateDetailed(m_settings, expanded);
+        if (expanded != m_expanded) {
+            m_expanded = expanded;
+            m_delegate.panelDetailedStateChanged(expanded);
+        }
+    }
+    applyHeight();
+}
+
+bool PanelWindow::isLastSateDetailed(Settings& settings)
+{
+    return settings.defaults().boolForKey(SettingsKey::PanelWindowSateIsDetailed);
+}
+
+void PanelWindow::setIsLastStateDetailed(Settings& settings, bool detailed)
+{
+    settings.defaults().setObject(detailed, SettingsKey::PanelWindowSateIsDetailed);
+}
+
+// Search hand-off.
+
+void PanelWindow::controlTextDidEndEditing()
+{
+    const QString text = m_searchBar->text();
+    if (text.isEmpty())
+        return;
+    m_delegate.panelSearchRequested(text);
+    if (m_locked)
+        close();
+}

@@ -1,0 +1,41 @@
+// Search side of the controller: the panel's search hand-off.
+#include "QBPurgeController.h"
+
+#include "core/Settings.h"
+#include "search/SearchManager.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QUrl>
+
+namespace {
+
+// The stored search location, or the home folder when none is stored or it no longer exists.
+QString searchLocationFrom(const Settings& settings)
+{
+    const QVariant stored = settings.getSearchLocation();
+    const QString path = stored.typeId() == QMetaType::QUrl ? stored.toUrl().toLocalFile() : stored.toString();
+    if (!path.isEmpty() && QFileInfo::exists(path))
+        return path;
+    return QDir::homePath();
+}
+
+} // namespace
+
+void QBPurgeController::panelSearchRequested(const QString& text)
+{
+    SearchManager* manager = m_searchManager ? m_searchManager : SearchManager::sharedManager();
+    manager->setSearchTemplate(text);
+    // The results window is not there yet to ask whether a visible search may be replaced, so the
+    // search action runs at once.
+    manager->cancelSearchByButton();
+    const QString folder = searchLocationFrom(m_settings);
+    manager->setSearchLocation(folder);
+    manager->performSearchWithTemplate(text, folder);
+}
+
+// Opens the search results window on "openSearchResultDialogNotification". Deliberately empty until the
+// results window exists; the search itself runs and SearchManager holds its results meanwhile.
+void QBPurgeController::openSearchResultDialog()
+{
+}
