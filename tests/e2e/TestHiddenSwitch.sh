@@ -28,42 +28,42 @@ start_desktop
 "$bin" >"$artifacts/trovix.log" 2>&1 &
 trovix=$!
 track $trovix
-wait_for "tray icon" 100 '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
+wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
 set -- $(tray_icon Trovix)
 icon_id=$1; ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
 sleep 1.5   # the first poll reads the state
 hidden_sum=$(icon_sum)
 
 click_at $ix $iy
-wait_for "panel" 50 '[ -n "$(panel)" ]' || fail "the panel did not open"
+wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open"
 set -- $(panel)
 # The switch sits at the right end of the row under the title.
 sx=$(( $2 + $4 - 47 )); sy=$(( $3 + 75 ))
 screenshot "$artifacts/before.png"
 click_at $sx $sy
-wait_for "GNOME key on" 20 '[ "$(key)" = true ]' || fail "the switch did not turn the key on: $(key)"
-wait_for "icon change" 20 '[ "$(icon_sum)" != "$hidden_sum" ]' || fail "the tray icon did not follow"
+wait_for "GNOME key on" '[ "$(key)" = true ]' || fail "the switch did not turn the key on: $(key)"
+wait_for "icon change" '[ "$(icon_sum)" != "$hidden_sum" ]' || fail "the tray icon did not follow"
 screenshot "$artifacts/after.png"
 shown_sum=$(icon_sum)
 
 # The tooltip's second line: hover the icon and look for the tip window.
 click_at $ix $iy
-wait_for "panel to close" 50 '[ -z "$(panel)" ]' || fail "the panel did not close"
+wait_for "panel to close" '[ -z "$(panel)" ]' || fail "the panel did not close"
 hover_icon
-wait_for "tooltip" 50 '[ -n "$(tip_width)" ]' || fail "no tooltip on the tray icon"
+wait_for "tooltip" '[ -n "$(tip_width)" ]' || fail "no tooltip on the tray icon"
 shown_tip=$(tip_width)
 screenshot "$artifacts/tooltip-shown.png"
 
 # Switched back from outside Trovix: the next activation re-reads the setting.
 gsettings set org.gtk.gtk4.Settings.FileChooser show-hidden false
 click_at $ix $iy
-wait_for "panel" 50 '[ -n "$(panel)" ]' || fail "the panel did not reopen"
-wait_for "icon back" 30 '[ "$(icon_sum)" = "$hidden_sum" ]' || fail "an outside change did not reach the icon"
+wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not reopen"
+wait_for "icon back" '[ "$(icon_sum)" = "$hidden_sum" ]' || fail "an outside change did not reach the icon"
 screenshot "$artifacts/reread.png"
 click_at $ix $iy
-wait_for "panel to close" 50 '[ -z "$(panel)" ]' || fail "the panel did not close"
+wait_for "panel to close" '[ -z "$(panel)" ]' || fail "the panel did not close"
 hover_icon
-wait_for "tooltip" 50 '[ -n "$(tip_width)" ] && [ "$(tip_width)" -gt "$shown_tip" ]' \
+wait_for "tooltip" '[ -n "$(tip_width)" ] && [ "$(tip_width)" -gt "$shown_tip" ]' \
   || fail "the tooltip did not change to the longer 'invisible' line ($(tip_width) vs $shown_tip)"
 screenshot "$artifacts/tooltip-hidden.png"
 echo "tooltip width $shown_tip shown, $(tip_width) hidden"

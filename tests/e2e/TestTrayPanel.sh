@@ -14,14 +14,14 @@ start_desktop
 "$bin" >"$artifacts/trovix.log" 2>&1 &
 trovix=$!
 track $trovix
-wait_for "tray icon" 100 '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
+wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
 set -- $(tray_icon Trovix)
 ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
 sleep 0.5
 screenshot "$artifacts/tray.png"
 
 click_at $ix $iy
-wait_for "panel" 50 '[ -n "$(panel)" ]' || fail "the panel did not open"
+wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open"
 set -- $(panel)
 px=$2; py=$3; pw=$4
 [ "$py" -ge "$iy" ] || fail "panel at y=$py is not under the icon at y=$iy"
@@ -32,11 +32,11 @@ echo "panel at $px,$py under the icon at $ix,$iy"
 
 # A second copy asks the first to bring its panel forward and quits.
 click_at $ix $iy
-wait_for "panel to close" 50 '[ -z "$(panel)" ]' || fail "a second click did not close the panel"
+wait_for "panel to close" '[ -z "$(panel)" ]' || fail "a second click did not close the panel"
 "$bin" >"$artifacts/second.log" 2>&1
 [ $? -eq 0 ] || fail "the second copy failed"
 kill -0 $trovix 2>/dev/null || fail "the first copy died"
-wait_for "panel after second launch" 50 '[ -n "$(panel)" ]' \
+wait_for "panel after second launch" '[ -n "$(panel)" ]' \
   || fail "the second launch did not bring the panel forward"
 screenshot "$artifacts/second-launch.png"
 

@@ -35,7 +35,7 @@ start_desktop() {
   trayer --edge "${TRAY_EDGE:-top}" --align right --widthtype request --height 28 --SetDockType true \
     --transparent false --tint 0x2b2b2b >/dev/null 2>&1 &
   E2E_PIDS="$E2E_PIDS $!"
-  wait_for "trayer" 50 'xdotool search --class trayer >/dev/null 2>&1'
+  wait_for "trayer" 'xdotool search --class trayer >/dev/null 2>&1'
 }
 
 stop_desktop() {
@@ -47,13 +47,15 @@ stop_desktop() {
 # Records a process started by the test so stop_desktop ends it.
 track() { E2E_PIDS="$E2E_PIDS $1"; }
 
-# wait_for WHAT TRIES 'CONDITION': evaluates the shell condition every 0.1 s until it holds.
+# wait_for WHAT 'CONDITION': evaluates the shell condition every 0.1 s until it holds, for up to E2E_WAIT
+# seconds (30 by default: long enough for a loaded machine, so that only a real fault fails).
 wait_for() {
-  what=$1; tries=$2; cond=$3
-  i=0
-  while [ $i -lt "$tries" ]; do
+  what=$1; cond=$2
+  end=$(($(date +%s) + ${E2E_WAIT:-30}))
+  while :; do
     eval "$cond" && return 0
-    sleep 0.1; i=$((i + 1))
+    [ "$(date +%s)" -lt "$end" ] || break
+    sleep 0.1
   done
   echo "timed out waiting for $what" >&2
   return 1
