@@ -8,7 +8,7 @@ bool isCommand(const QString& word)
 {
     static const QStringList words = {QStringLiteral("search"), QStringLiteral("hidden"), QStringLiteral("memory"),
                                       QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
-                                      QStringLiteral("--version")};
+                                      QStringLiteral("--version"), QStringLiteral("hide"), QStringLiteral("unhide")};
     return words.contains(word);
 }
 
@@ -20,6 +20,8 @@ int run(const QString& command, const QStringList& args)
         return runHidden(args);
     if (command == QLatin1String("memory"))
         return runMemory(args);
+    if (command == QLatin1String("hide") || command == QLatin1String("unhide"))
+        return runVisibility(command == QLatin1String("unhide"), args);
     if (command == QLatin1String("--version"))
         return printVersion();
     return printHelp();
@@ -43,6 +45,8 @@ int printHelp()
         "                              find files whose name contains NEEDLE (case-insensitive)\n"
         "  trovix hidden [show|hide|toggle]\n"
         "                              tell or switch the file manager's display of hidden files\n"
+        "  trovix hide FILE...         hide files from the file manager (its .hidden list)\n"
+        "  trovix unhide FILE...       show them again, dropping one leading \".\" from a name\n"
         "  trovix memory [--free]      print memory use, or free memory\n"
         "  trovix --help | --version\n");
     return 0;

@@ -15,5 +15,7 @@ int printVersion();
 int runSearch(const QStringList& args);
 int runHidden(const QStringList& args);
 int runMemory(const QStringList& args);
+// hide (visible false) or unhide (true) the files given.
+int runVisibility(bool visible, const QStringList& args);
 
 } // namespace cli

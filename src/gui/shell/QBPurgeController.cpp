@@ -405,12 +405,12 @@ void QBPurgeController::registerDistributedObservers()
     m_distributed.addObserver(QStringLiteral("AppSyncExtensionWantsToSwitchVisibility"), QStringLiteral("n"), this,
                               [this](const QString&, const QString&, const QVariantMap&) { switchVisibility(); });
     m_distributed.addObserver(QStringLiteral("AppSyncExtensionWantsToHideSelectedFiles"), QString(), this,
-                              [this](const QString&, const QString&, const QVariantMap& info) {
-                                  hideSelectedFilesNotificationHandler(info);
+                              [this](const QString&, const QString& object, const QVariantMap&) {
+                                  hideSelectedFilesNotificationHandler(object);
                               });
     m_distributed.addObserver(QStringLiteral("AppSyncExtensionWantsToUnhideSelectedFiles"), QString(), this,
-                              [this](const QString&, const QString&, const QVariantMap& info) {
-                                  showSelectedFilesNotificationHandler(info);
+                              [this](const QString&, const QString& object, const QVariantMap&) {
+                                  showSelectedFilesNotificationHandler(object);
                               });
     m_distributed.addObserver(
         QStringLiteral("xpcNote"), kBundleIdentifier, this,

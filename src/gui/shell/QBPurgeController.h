@@ -14,6 +14,7 @@
 
 class AboutWindow;
 class DistributedNotificationCenter;
+class FileVisibility;
 class HiddenManager;
 class MacOSVersion;
 class MemoryInfo;
@@ -98,8 +99,9 @@ public:
     void startHiddenFilesTracking();
     void switchVisibility();
     void callbackWithNotification(const QVariantMap& userInfo);
-    void hideSelectedFilesNotificationHandler(const QVariantMap& userInfo);
-    void showSelectedFilesNotificationHandler(const QVariantMap& userInfo);
+    void hideSelectedFilesNotificationHandler(const QString& object);
+    void showSelectedFilesNotificationHandler(const QString& object);
+    FileVisibility fileVisibility();
     void toggleForceSwitchHiddenVisibility(int state);
     bool isHiddenShown() const;
 

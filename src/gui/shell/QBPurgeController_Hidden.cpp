@@ -6,6 +6,7 @@
 #include "PanelWindow.h"
 #include "gui/hidden/AccessAlerts.h"
 #include "hidden/DiskAccessRestoreManager.h"
+#include "hidden/FileVisibility.h"
 #include "hidden/HiddenManager.h"
 #include "hidden/ScriptsManager.h"
 #include "hidden/VisibilityRestorerAtLaunch.h"
@@ -89,13 +90,20 @@ void QBPurgeController::callbackWithNotification(const QVariantMap& userInfo)
     updateStatusIconWithImage(statusIcon(userInfo.value(QStringLiteral("KEY_showHiddenState")).toBool()));
 }
 
-// Hiding and showing single files comes with the per-file visibility work; until then the
-// extensions' requests are received and ignored.
-void QBPurgeController::hideSelectedFilesNotificationHandler(const QVariantMap&)
+FileVisibility QBPurgeController::fileVisibility()
 {
+    return FileVisibility(scriptsManagerOr(m_scriptsManager),
+                          [] { return DiskAccessRestoreManager::sharedManager().isUserFolderAccessible(); });
 }
-void QBPurgeController::showSelectedFilesNotificationHandler(const QVariantMap&)
+
+void QBPurgeController::hideSelectedFilesNotificationHandler(const QString& object)
 {
+    fileVisibility().hideSelectedFiles(object);
+}
+
+void QBPurgeController::showSelectedFilesNotificationHandler(const QString& object)
+{
+    fileVisibility().showSelectedFiles(object);
 }
 
 void QBPurgeController::toggleForceSwitchHiddenVisibility(int state)

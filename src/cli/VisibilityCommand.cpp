@@ -1,0 +1,38 @@
+#include "Commands.h"
+
+#include "hidden/DiskAccessRestoreManager.h"
+#include "hidden/FileVisibility.h"
+#include "hidden/ScriptsManager.h"
+
+#include <QDir>
+#include <QEventLoop>
+
+#include <cstdio>
+
+namespace cli {
+
+// trovix hide|unhide FILE...: what the file managers' "Hide with Trovix" entries ask of the tray program,
+// done directly. Relative paths are taken from the working folder; a link is hidden itself, not its target.
+int runVisibility(bool visible, const QStringList& args)
+{
+    if (args.isEmpty()) {
+        std::fprintf(stderr, "usage: trovix %s FILE...\n", visible ? "unhide" : "hide");
+        return 2;
+    }
+    QStringList paths;
+    for (const QString& arg : args)
+        paths.append(QDir::cleanPath(QDir::current().absoluteFilePath(arg)));
+
+    FileVisibility visibility(ScriptsManager::sharedManager(),
+                              [] { return DiskAccessRestoreManager::sharedManager().isUserFolderAccessible(); });
+    QEventLoop loop;
+    int failures = 0;
+    visibility.setVisibility(visible, paths, [&](int n) {
+        failures = n;
+        loop.quit();
+    });
+    loop.exec();
+    return failures == 0 ? 0 : 1;
+}
+
+} // namespace cli
