@@ -8,7 +8,8 @@ bool isCommand(const QString& word)
 {
     static const QStringList words = {QStringLiteral("search"), QStringLiteral("hidden"), QStringLiteral("memory"),
                                       QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
-                                      QStringLiteral("--version"), QStringLiteral("hide"), QStringLiteral("unhide")};
+                                      QStringLiteral("--version"), QStringLiteral("hide"), QStringLiteral("unhide"),
+                                      QStringLiteral("pluginkit")};
     return words.contains(word);
 }
 
@@ -22,6 +23,8 @@ int run(const QString& command, const QStringList& args)
         return runMemory(args);
     if (command == QLatin1String("hide") || command == QLatin1String("unhide"))
         return runVisibility(command == QLatin1String("unhide"), args);
+    if (command == QLatin1String("pluginkit"))
+        return runPluginKit(args);
     if (command == QLatin1String("--version"))
         return printVersion();
     return printHelp();

@@ -17,5 +17,7 @@ int runHidden(const QStringList& args);
 int runMemory(const QStringList& args);
 // hide (visible false) or unhide (true) the files given.
 int runVisibility(bool visible, const QStringList& args);
+// The file managers' context-menu entries: install, remove, report.
+int runPluginKit(const QStringList& args);
 
 } // namespace cli

@@ -13,5 +13,6 @@ inline QBPurgeController::Collaborators controllerCollaborators(SettingsFixture 
     c.clock = &f.clock;
     c.version = &f.version;
     c.useTray = false;
+    c.manageExtensions = false;
     return c;
 }

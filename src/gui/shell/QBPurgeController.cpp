@@ -6,6 +6,7 @@
 #include "PanelWindow.h"
 #include "core/Settings.h"
 #include "core/Texts.h"
+#include "hidden/FinderIntegration.h"
 #include "WelcomeDialog.h"
 #include "util/MacOSVersion.h"
 
@@ -48,6 +49,7 @@ QBPurgeController::QBPurgeController(Collaborators c, QObject* parent)
     , m_memoryInfo(c.memoryInfo)
     , m_purgeManager(c.purgeManager)
     , m_useTray(c.useTray)
+    , m_manageExtensions(c.manageExtensions)
 {
 }
 
@@ -111,6 +113,7 @@ void QBPurgeController::awakeFromNib()
                             : 1;
     m_showNotificationAfterPurge = false;
     registerDistributedObservers();
+    finderIntegration();
 }
 
 void QBPurgeController::initValues()

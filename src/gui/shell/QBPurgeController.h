@@ -15,6 +15,7 @@
 class AboutWindow;
 class DistributedNotificationCenter;
 class FileVisibility;
+class FinderIntegration;
 class HiddenManager;
 class MacOSVersion;
 class MemoryInfo;
@@ -53,6 +54,7 @@ public:
         MemoryInfo* memoryInfo = nullptr;
         PurgeManager* purgeManager = nullptr;
         bool useTray = true; // false: no tray icon even where a tray exists (tests)
+        bool manageExtensions = true; // false: the file managers' entries are left alone (tests)
     };
 
     explicit QBPurgeController(Collaborators collaborators, QObject* parent = nullptr);
@@ -102,6 +104,8 @@ public:
     void hideSelectedFilesNotificationHandler(const QString& object);
     void showSelectedFilesNotificationHandler(const QString& object);
     FileVisibility fileVisibility();
+    void finderIntegration();
+    void toggleFinderIntegration(int state);
     void toggleForceSwitchHiddenVisibility(int state);
     bool isHiddenShown() const;
 
@@ -175,6 +179,8 @@ private:
     MemoryInfo* m_memoryInfo;
     PurgeManager* m_purgeManager;
     bool m_useTray;
+    bool m_manageExtensions;
+    std::unique_ptr<FinderIntegration> m_finderIntegration;
 
     bool m_bIsHaveNews = false;
     QSystemTrayIcon* m_statusItem = nullptr;

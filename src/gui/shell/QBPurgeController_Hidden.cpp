@@ -3,10 +3,12 @@
 #include "QBPurgeController.h"
 
 #include "core/NotificationCenter.h"
+#include "core/Settings.h"
 #include "PanelWindow.h"
 #include "gui/hidden/AccessAlerts.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/FileVisibility.h"
+#include "hidden/FinderIntegration.h"
 #include "hidden/HiddenManager.h"
 #include "hidden/ScriptsManager.h"
 #include "hidden/VisibilityRestorerAtLaunch.h"
@@ -88,6 +90,23 @@ void QBPurgeController::callbackWithNotification(const QVariantMap& userInfo)
 {
     hiddenManagerOr(m_hiddenManager).check();
     updateStatusIconWithImage(statusIcon(userInfo.value(QStringLiteral("KEY_showHiddenState")).toBool()));
+}
+
+// The file managers' entries run this program's own plug-in tool (`trovix pluginkit`).
+void QBPurgeController::finderIntegration()
+{
+    if (!m_manageExtensions)
+        return;
+    if (!m_finderIntegration)
+        m_finderIntegration = std::make_unique<FinderIntegration>(
+            m_settings.defaults(), QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("pluginkit")});
+    m_finderIntegration->finderIntegration();
+}
+
+void QBPurgeController::toggleFinderIntegration(int state)
+{
+    if (m_finderIntegration)
+        m_finderIntegration->toggleFinderIntegration(state);
 }
 
 FileVisibility QBPurgeController::fileVisibility()
