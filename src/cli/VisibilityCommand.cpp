@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QEventLoop>
+#include <QLoggingCategory>
 
 #include <cstdio>
 
@@ -25,14 +26,18 @@ int runVisibility(bool visible, const QStringList& args)
 
     FileVisibility visibility(ScriptsManager::sharedManager(),
                               [] { return DiskAccessRestoreManager::sharedManager().isUserFolderAccessible(); });
+    // Each failure is told once, in the terminal's words rather than the log's.
+    QLoggingCategory::setFilterRules(QStringLiteral("trovix.visibility.warning=false"));
     QEventLoop loop;
-    int failures = 0;
-    visibility.setVisibility(visible, paths, [&](int n) {
-        failures = n;
+    QStringList errors;
+    visibility.setVisibility(visible, paths, [&](const QStringList& failed) {
+        errors = failed;
         loop.quit();
     });
     loop.exec();
-    return failures == 0 ? 0 : 1;
+    for (const QString& error : std::as_const(errors))
+        std::fprintf(stderr, "trovix: %s\n", error.toLocal8Bit().constData());
+    return errors.isEmpty() ? 0 : 1;
 }
 
 } // namespace cli

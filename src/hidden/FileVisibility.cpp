@@ -61,19 +61,26 @@ void FileVisibility::performSetVisibility(bool visible, const QStringList& paths
         qCCritical(lcVisibility, "Invalid parameter not satisfying: %s", "NO");
         qCWarning(lcVisibility, "Something has gone wrong.");
         if (completion)
-            completion(int(paths.size()));
+            completion(QStringList(QStringLiteral("cannot read and write the home folder")));
         return;
     }
 
-    int failures = 0;
+    QStringList errors;
     QStringList folders;
     for (const QString& given : paths) {
         // "folder/" names the folder itself, not an empty name inside it.
         const QString path = given.isEmpty() ? given : QDir::cleanPath(given);
         const QFileInfo info(path);
+        // Any program on the session bus may send requests: a relative path names nothing for sure.
+        if (!QDir::isAbsolutePath(path)) {
+            const QString error = QStringLiteral("\"%1\": not an absolute path").arg(path);
+            qCWarning(lcVisibility, "%s %s", kMethod, qPrintable(error));
+            errors.append(error);
+            continue;
+        }
         if (auto error = HiddenFlag::setHidden(path, !visible)) {
             qCWarning(lcVisibility, "%s %s", kMethod, qPrintable(*error));
-            ++failures;
+            errors.append(*error);
             continue;
         }
         if (!folders.contains(info.absolutePath()))
@@ -84,7 +91,7 @@ void FileVisibility::performSetVisibility(bool visible, const QStringList& paths
         const QString shown = info.dir().filePath(name.mid(1));
         if (auto error = HiddenFlag::renameNoReplace(path, shown)) {
             qCWarning(lcVisibility, "%s %s", kMethod, qPrintable(*error));
-            ++failures;
+            errors.append(*error);
             continue;
         }
         // A stale line for the new name would hide the file again.
@@ -94,10 +101,10 @@ void FileVisibility::performSetVisibility(bool visible, const QStringList& paths
 
     m_scripts.executeAppleScript(
         QStringLiteral("UpdateFinderFolderRepresentation"), folders,
-        [failures, completion](const QStringList&, const std::optional<ScriptError>& error) {
+        [errors, completion](const QStringList&, const std::optional<ScriptError>& error) {
             if (error)
                 qCWarning(lcVisibility, "%s %s", kMethod, qPrintable(error->localizedDescription()));
             if (completion)
-                completion(failures);
+                completion(errors);
         });
 }

@@ -17,8 +17,8 @@ class FileVisibility
 public:
     // Whether the user's home folder can be read and written (the disk-access manager's answer).
     using AccessCheck = std::function<bool()>;
-    // Called once all files are done, with how many of them failed.
-    using Completion = std::function<void(int failures)>;
+    // Called once all files are done, with one text per file that failed.
+    using Completion = std::function<void(const QStringList& errors)>;
 
     FileVisibility(ScriptRunner& scripts, AccessCheck userFolderAccessible);
 

@@ -47,7 +47,7 @@ class TestFileVisibility : public QObject
     {
         FileVisibility visibility(*m_scripts, [this] { return m_accessible; });
         int failures = -1;
-        visibility.setVisibility(visible, paths, [&failures](int n) { failures = n; });
+        visibility.setVisibility(visible, paths, [&failures](const QStringList& errors) { failures = int(errors.size()); });
         if (!QTest::qWaitFor([&] { return failures >= 0; }, 20000))
             return -2;
         return failures;
@@ -154,19 +154,28 @@ private Q_SLOTS:
         // An empty string is one empty path: it fails and is logged, and no list is made.
         FileVisibility visibility(*m_scripts, [] { return true; });
         int failures = -1;
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("performSetVisibility.*No such file"));
-        visibility.hideSelectedFiles(QStringLiteral(""), [&failures](int n) { failures = n; });
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("performSetVisibility.*not an absolute path"));
+        visibility.hideSelectedFiles(QStringLiteral(""), [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTRY_COMPARE_WITH_TIMEOUT(failures, 1, 20000);
+        // Relative to whatever folder the tray program runs in: refused.
+        touch("rel");
+        QVERIFY(QDir::setCurrent(m_folder));
         failures = -1;
-        visibility.hideSelectedFiles(QVariant(7), [&failures](int n) { failures = n; });
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("performSetVisibility.*\"rel\": not an absolute"));
+        visibility.hideSelectedFiles(QStringLiteral("rel"), [&failures](const QStringList& errors) { failures = int(errors.size()); });
+        QTRY_COMPARE_WITH_TIMEOUT(failures, 1, 20000);
+        QCOMPARE(hiddenList(), QByteArray("<none>"));
+        failures = -1;
+        visibility.hideSelectedFiles(QVariant(7), [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTest::qWait(200);
         QCOMPARE(failures, -1);
 
         touch("x");
         touch("y");
-        visibility.hideSelectedFiles(path("x") + ", " + path("y") + "/", [&failures](int n) { failures = n; });
+        visibility.hideSelectedFiles(path("x") + ", " + path("y") + "/", [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTRY_COMPARE_WITH_TIMEOUT(failures, 0, 20000);
         QCOMPARE(hiddenList(), QByteArray("x\ny\n"));
+        QVERIFY(QDir::setCurrent(QDir::tempPath()));
     }
 
     void withoutAccessNothingChanges()
