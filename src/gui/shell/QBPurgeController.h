@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 
+#include <functional>
 #include <memory>
 
 class AboutWindow;
@@ -26,6 +27,7 @@ class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
 class Settings;
+class TrayHostWatcher;
 class WelcomeDialog;
 
 // The central controller: owns the tray icon, the panel and the other windows, the memory figures and
@@ -52,6 +54,8 @@ public:
         MemoryInfo* memoryInfo = nullptr;
         PurgeManager* purgeManager = nullptr;
         bool useTray = true; // false: no tray icon even where a tray exists (tests)
+        // Whether a tray host is there now; null looks at the session bus and the X display.
+        std::function<bool()> trayProbe;
     };
 
     explicit QBPurgeController(Collaborators collaborators, QObject* parent = nullptr);
@@ -157,6 +161,7 @@ Q_SIGNALS:
 private:
     void initValues();
     void createStatusItem();
+    void createTrayIcon();
     void createMenu();
     void registerObservers();
     void registerDistributedObservers();
@@ -173,6 +178,9 @@ private:
     MemoryInfo* m_memoryInfo;
     PurgeManager* m_purgeManager;
     bool m_useTray;
+    std::function<bool()> m_trayProbe;
+    TrayHostWatcher* m_trayWatcher = nullptr;
+    bool m_statusItemClicked = false; // the panel opens from a click on the icon
 
     bool m_bIsHaveNews = false;
     QSystemTrayIcon* m_statusItem = nullptr;
