@@ -3,6 +3,7 @@
 #include "core/NotificationCenter.h"
 #include "gui/shell/QBAppDelegate.h"
 #include "gui/shell/QBPurgeController.h"
+#include "gui/shell/SessionPlatform.h"
 #include "core/Settings.h"
 #include "core/SingleInstance.h"
 #include "cli/Commands.h"
@@ -10,6 +11,7 @@
 #include <QApplication>
 #include <QDBusConnection>
 #include <QIcon>
+#include <QProcessEnvironment>
 #include <QTimer>
 
 #include <cstdio>
@@ -47,7 +49,13 @@ int main(int argc, char* argv[])
         return 1;
     }
 
+    // Chosen for this process only: programs started from it (file managers) keep the session's own.
+    const QByteArray platform = SessionPlatform::platformFor(QProcessEnvironment::systemEnvironment());
+    if (!platform.isEmpty())
+        qputenv("QT_QPA_PLATFORM", platform);
     QApplication app(argc, argv);
+    if (!platform.isEmpty())
+        qunsetenv("QT_QPA_PLATFORM");
     describeApplication();
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Trovix"));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.quorbel.trovix"));

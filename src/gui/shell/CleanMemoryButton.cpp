@@ -1,5 +1,6 @@
 #include "CleanMemoryButton.h"
 
+#include "Controls.h"
 #include "core/Texts.h"
 
 #include <QPainter>
@@ -32,9 +33,13 @@ CleanMemoryButton::CleanMemoryButton(QWidget* parent)
     setText(PanelWindowStrings::cleanButtonStateReadyForCleanUp());
 }
 
-QColor CleanMemoryButton::titleColor()
+QColor CleanMemoryButton::titleColor(const QPalette& palette)
 {
-    return QColor::fromRgbF(0.07058824f, 0.3529412f, 0.54509807f, 1.0f);
+    // Highlights are chosen to mark selections, not to be read on a button: use one only when it stands
+    // out from the button's face as well as large text must.
+    const QColor accent = palette.color(QPalette::Active, QPalette::Highlight);
+    return contrastRatio(accent, palette.color(QPalette::Button)) >= 3.0 ? accent
+                                                                         : palette.color(QPalette::ButtonText);
 }
 
 QSize CleanMemoryButton::sizeHint() const
@@ -73,7 +78,7 @@ void CleanMemoryButton::paintEvent(QPaintEvent*)
     QPainterPath shape;
     shape.addRoundedRect(frame, frame.height() / 2, frame.height() / 2);
 
-    const QColor ink = titleColor();
+    const QColor ink = titleColor(palette());
     const bool pressed = isDown() && !m_inProgress;
     const bool hovered = isTracking() && underMouse() && isEnabled();
     QColor background = palette().color(QPalette::Button);

@@ -17,7 +17,8 @@ class CleanMemoryButton : public QPushButton
 public:
     explicit CleanMemoryButton(QWidget* parent = nullptr);
 
-    static QColor titleColor();
+    // The title's ink: the palette's highlight where it stands out from the button, else the button text.
+    static QColor titleColor(const QPalette& palette);
 
     void beginProgressUpdate();
     void endProgressUpdate();

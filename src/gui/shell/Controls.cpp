@@ -6,6 +6,28 @@
 #include <QPainterPath>
 #include <QStyle>
 
+#include <cmath>
+
+namespace {
+
+double relativeLuminance(const QColor& c)
+{
+    const auto channel = [](float v) {
+        return v <= 0.03928f ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+    };
+    const QColor rgb = c.toRgb();
+    return 0.2126 * channel(rgb.redF()) + 0.7152 * channel(rgb.greenF()) + 0.0722 * channel(rgb.blueF());
+}
+
+} // namespace
+
+double contrastRatio(const QColor& a, const QColor& b)
+{
+    const double la = relativeLuminance(a);
+    const double lb = relativeLuminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
 ToggleSwitch::ToggleSwitch(QWidget* parent)
     : QAbstractButton(parent)
 {
@@ -25,7 +47,9 @@ void ToggleSwitch::paintEvent(QPaintEvent*)
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF track = QRectF(rect()).adjusted(1, 1, -1, -1);
     const qreal radius = track.height() / 2;
-    QColor on = palette().color(QPalette::Highlight);
+    // The on state is filled with the active highlight even while the panel is not the active window,
+    // where many palettes grey their highlight out; off is the mid tone.
+    QColor on = palette().color(QPalette::Active, QPalette::Highlight);
     QColor off = palette().color(QPalette::Mid);
     if (!isEnabled()) {
         on.setAlpha(110);

@@ -6,6 +6,10 @@
 
 // The panel's small custom controls.
 
+// How far apart two colours are for reading, 1 (the same) to 21 (black on white), as the WCAG
+// contrast ratio of their relative luminances.
+double contrastRatio(const QColor& a, const QColor& b);
+
 // An on/off switch drawn as a sliding knob.
 class ToggleSwitch : public QAbstractButton
 {

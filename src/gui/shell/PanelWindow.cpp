@@ -22,25 +22,31 @@
 #include <QStyle>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <QWindow>
 
 namespace {
 
 constexpr int kPanelWidth = 320;
 constexpr int kRevertMs = 30000;
 constexpr int kGap = 5; // between the tray icon and the panel
+// A window-manager move has ended when the panel has not moved for this long.
+constexpr int kSystemMoveSettleMs = 400;
 
 QString panelText(const char* key, const char* english)
 {
     return Texts::localized("PanelWindow", key, QString::fromLatin1(english));
 }
 
-QColor usedColor()
+// The used line in the palette's text colour; the cleaned line in green, lightened on a dark palette
+// so that it reads there too.
+QColor usedColor(const QPalette& palette)
 {
-    return QColor::fromRgbF(0.1882353f, 0.1882353f, 0.1882353f);
+    return palette.color(QPalette::WindowText);
 }
-QColor cleanedColor()
+QColor cleanedColor(const QPalette& palette)
 {
-    return QColor::fromRgbF(0.12156863f, 0.52156866f, 0.15294118f);
+    const QColor green = QColor::fromRgbF(0.12156863f, 0.52156866f, 0.15294118f);
+    return contrastRatio(green, palette.color(QPalette::Window)) < 3.0 ? green.lighter(190) : green;
 }
 
 } // namespace
@@ -60,16 +66,21 @@ PanelWindow::PanelWindow(PanelWindowDelegate& delegate, Settings& settings, Noti
 
     m_locked = m_settings.isWindowLocked();
     changeWindowStateTo(Compact);
-    showTriangle(m_locked);
+    showLockedLook(m_locked);
     if (isLastSateDetailed(m_settings))
         expandDisclosureButton();
 
     m_center.addObserver(QStringLiteral("CloseMainWindowIfNotActive"), nullptr, this,
                          [this](const Notification&) { closeWindowIfNotActive(); });
+    // Losing the focus to another program is told to the application, not to the window: the panel
+    // follows the application's state and the focus window.
+    connect(qGuiApp, &QGuiApplication::applicationStateChanged, this, [this] { applicationFocusChanged(); });
+    connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, [this] { applicationFocusChanged(); });
 }
 
 PanelWindow::~PanelWindow()
 {
+    m_systemMoveEnd.cancel();
     m_center.removeObservers(this);
 }
 
@@ -191,6 +202,7 @@ void PanelWindow::buildInterface()
     setFixedWidth(kPanelWidth);
     updateWindowFrameAndItems();
     fillLastCleanedLabelWithSize(0, QString());
+    applySubtitleColour();
 }
 
 void PanelWindow::updateWindowFrameAndItems()
@@ -209,14 +221,21 @@ void PanelWindow::updateIsHiddenShown()
 void PanelWindow::setLocked(bool locked)
 {
     m_locked = locked;
-    m_settings.saveWindowLockedState(locked);
+    m_openAsWindow = false;
+    if (m_settings.isWindowLocked() != locked)
+        m_settings.saveWindowLockedState(locked);
 }
 
 void PanelWindow::showTriangle(bool show)
 {
     setLocked(show);
-    m_view->setTriangle(show, !m_placedAbove, m_triangleTipX);
-    m_closeButton->setVisible(!show);
+    showLockedLook(show);
+}
+
+void PanelWindow::showLockedLook(bool locked)
+{
+    m_view->setTriangle(locked, !m_placedAbove, m_triangleTipX);
+    m_closeButton->setVisible(!locked);
     applyHeight();
 }
 
@@ -261,9 +280,30 @@ void PanelWindow::placeUnderStatusItem()
     m_triangleTipX = anchor.x() - x;
     m_view->setTriangle(true, !m_placedAbove, m_triangleTipX);
     applyHeight();
-    m_positionFromStatusItem = true;
     move(x, y);
-    m_positionFromStatusItem = false;
+}
+
+void PanelWindow::openAsWindow()
+{
+    if (isVisible())
+        return;
+    if (!m_locked) {
+        showWindowIfNotLocked();
+        return;
+    }
+    m_locked = false;
+    m_openAsWindow = true;
+    m_placedAbove = false;
+    showLockedLook(false);
+    QScreen* screen = QGuiApplication::primaryScreen();
+    const QRect area = screen ? screen->availableGeometry() : QRect();
+    if (auto pos = m_settings.restoreWindowFramePosition(sizeHint(), area))
+        move(*pos);
+    else if (area.isValid())
+        move(area.center() - rect().center());
+    show();
+    raise();
+    activateWindow();
 }
 
 void PanelWindow::showWindowIfNotLocked()
@@ -306,22 +346,25 @@ void PanelWindow::windowDidResignKey()
     close();
 }
 
+void PanelWindow::applicationFocusChanged()
+{
+    // The window's own activation change can come while the application still counts as active; the
+    // rule is applied again once the application has lost the focus.
+    if (isVisible() && !isActiveWindow())
+        windowDidResignKey();
+}
+
 void PanelWindow::changeEvent(QEvent* event)
 {
     QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        applySubtitleColour();
     if (event->type() == QEvent::ActivationChange) {
         if (isActiveWindow())
             m_center.post(PanelWindowDidBecomeActiveNotification(), this);
         else
             windowDidResignKey();
     }
-}
-
-bool PanelWindow::event(QEvent* event)
-{
-    if (event->type() == QEvent::ApplicationStateChange && !isActiveWindow() && isVisible())
-        windowDidResignKey();
-    return QWidget::event(event);
 }
 
 void PanelWindow::closeEvent(QCloseEvent* event)
@@ -338,8 +381,9 @@ void PanelWindow::closeEvent(QCloseEvent* event)
 void PanelWindow::moveEvent(QMoveEvent* event)
 {
     QWidget::moveEvent(event);
-    if (!m_positionFromStatusItem && !m_locked)
-        m_settings.saveWindowFramePosition(frameGeometry());
+    // The place is stored once, when a drag ends, not at every step of it.
+    if (m_systemMove)
+        m_systemMoveEnd = m_clock.callAfter(kSystemMoveSettleMs, this, [this] { dragDidEnd(); });
 }
 
 void PanelWindow::mousePressEvent(QMouseEvent* event)
@@ -358,16 +402,34 @@ void PanelWindow::mouseMoveEvent(QMouseEvent* event)
     const QPoint target = event->globalPosition().toPoint() - m_dragOffset;
     if (!m_dragging && (target - pos()).manhattanLength() < QApplication::startDragDistance())
         return;
+    const bool starting = !m_dragging;
     m_dragging = true;
     if (m_locked)
         positionDidChanged();
-    move(target);
+    // Where the window manager can move windows (and on Wayland, where only it can), it does the drag.
+    if (starting && windowHandle() && windowHandle()->startSystemMove()) {
+        m_systemMove = true;
+        m_systemMoveEnd = m_clock.callAfter(kSystemMoveSettleMs, this, [this] { dragDidEnd(); });
+        return;
+    }
+    if (!m_systemMove)
+        move(target);
 }
 
 void PanelWindow::mouseReleaseEvent(QMouseEvent* event)
 {
-    m_dragging = false;
+    if (m_dragging)
+        dragDidEnd();
     QWidget::mouseReleaseEvent(event);
+}
+
+void PanelWindow::dragDidEnd()
+{
+    m_systemMoveEnd.cancel();
+    m_dragging = false;
+    m_systemMove = false;
+    if (!m_locked && !m_openAsWindow)
+        m_settings.saveWindowFramePosition(frameGeometry());
 }
 
 void PanelWindow::positionDidChanged()
@@ -429,18 +491,27 @@ void PanelWindow::onPurgedMemory()
 void PanelWindow::subtitleLabelClicked()
 {
     m_subtitleRevert.cancel();
-    QPalette pal = m_subtitleLabel->palette();
     if (m_subtitleTag != 1) {
         m_subtitleTag = 1;
-        pal.setColor(QPalette::WindowText, usedColor());
         m_subtitleLabel->setText(m_pInfoUsedSizeString);
     } else {
         m_subtitleTag = 2;
-        pal.setColor(QPalette::WindowText, cleanedColor());
         m_subtitleLabel->setText(m_pInfoCleanedSizeString);
         m_subtitleRevert = m_clock.callAfter(kRevertMs, this, [this] { subtitleLabelClicked(); });
     }
+    applySubtitleColour();
+}
+
+void PanelWindow::applySubtitleColour()
+{
+    QPalette pal = m_subtitleLabel->palette();
+    pal.setColor(QPalette::WindowText, m_subtitleTag == 1 ? usedColor(palette()) : cleanedColor(palette()));
     m_subtitleLabel->setPalette(pal);
+}
+
+QColor PanelWindow::subtitleColor() const
+{
+    return m_subtitleLabel->palette().color(QPalette::WindowText);
 }
 
 QString PanelWindow::titleText() const

@@ -40,6 +40,9 @@ public:
     // Tray icon click; canBeClosed false leaves an open attached panel open.
     void processActionOfStatusItem(bool canBeClosed);
     void showWindowIfNotLocked();
+    // With no tray to hang under: shown free-standing, while the stored lock state stays the user's.
+    void openAsWindow();
+    bool isOpenAsWindow() const { return m_openAsWindow; }
     void closeAndMakeItLocked();
     void showTriangle(bool show);
     void closeWindowIfNotActive();
@@ -72,6 +75,7 @@ public:
     QString titleText() const;
     QString subtitleText() const;
     int subtitleTag() const { return m_subtitleTag; }
+    QColor subtitleColor() const;
     QString lastCleanedText() const;
     QLineEdit* searchBar() const { return m_searchBar; }
 
@@ -85,14 +89,17 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
-    bool event(QEvent* event) override;
 
 private:
     void buildInterface();
     void placeUnderStatusItem();
     void positionDidChanged();
     void windowDidResignKey();
+    void applicationFocusChanged();
     bool hasAttachedSheet() const;
+    void showLockedLook(bool locked);
+    void dragDidEnd();
+    void applySubtitleColour();
     void applyHeight();
     void updateMask();
     bool m_placedAbove = false;
@@ -106,13 +113,16 @@ private:
     bool m_locked = true;
     int m_state = Compact;
     bool m_expanded = false;
-    bool m_positionFromStatusItem = false;
     QString m_pInfoUsedSizeString;
     QString m_pInfoCleanedSizeString;
     int m_subtitleTag = 1;
     Clock::Handle m_subtitleRevert;
     QPoint m_dragOffset;
     bool m_dragging = false;
+    // The window manager moves the panel (startSystemMove): the drag ends when the moves stop.
+    bool m_systemMove = false;
+    Clock::Handle m_systemMoveEnd;
+    bool m_openAsWindow = false;
 
     PanelView* m_view = nullptr;
     QLabel* m_titleLabel = nullptr;

@@ -7,12 +7,14 @@
 #include "core/Settings.h"
 #include "core/Texts.h"
 #include "hidden/FinderIntegration.h"
+#include "TrayHostWatcher.h"
 #include "WelcomeDialog.h"
 #include "util/MacOSVersion.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
+#include <QDBusConnection>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QMenu>
@@ -50,6 +52,7 @@ QBPurgeController::QBPurgeController(Collaborators c, QObject* parent)
     , m_purgeManager(c.purgeManager)
     , m_useTray(c.useTray)
     , m_manageExtensions(c.manageExtensions)
+    , m_trayProbe(std::move(c.trayProbe))
 {
 }
 
@@ -101,11 +104,9 @@ void QBPurgeController::awakeFromNib()
 
     m_wndInfo->updateWindowFrameAndItems();
     m_wndInfo->showWindowIfNotLocked();
-    if (!m_statusItem && !m_wndInfo->isVisible()) {
-        // No tray to click: the panel is the program's only face, so it opens now as a normal window.
-        m_wndInfo->showTriangle(false);
-        m_wndInfo->showWindowIfNotLocked();
-    }
+    // No tray to click (yet): the panel is the program's only face, so it opens now as a window.
+    if (!m_statusItem)
+        m_wndInfo->openAsWindow();
 
     openWelcomeDialog();
     m_visionPrefIndex = m_settings.defaults().contains(SettingsKey::VisionPrefIndex)
@@ -156,20 +157,35 @@ void QBPurgeController::initValues()
 
 void QBPurgeController::createStatusItem()
 {
-    if (!m_useTray || !QSystemTrayIcon::isSystemTrayAvailable()) {
-        std::fprintf(stderr, "trovix: no system tray found; the panel opens as a window\n");
-        return;
+    if (m_useTray) {
+        // The desktop's tray may start after this program (an autostart at login often does).
+        m_trayWatcher = new TrayHostWatcher(m_clock, QDBusConnection::sessionBus(), m_trayProbe, this);
+        connect(m_trayWatcher, &TrayHostWatcher::trayHostAppeared, this, [this] { createTrayIcon(); });
+        m_trayWatcher->start();
     }
+    if (!m_statusItem)
+        std::fprintf(stderr, "trovix: no system tray found; the panel opens as a window until one appears\n");
+}
+
+void QBPurgeController::createTrayIcon()
+{
+    if (m_statusItem)
+        return;
     m_statusItem = new QSystemTrayIcon(this);
     m_statusItem->setObjectName(QStringLiteral("statusItem"));
     m_statusItem->setToolTip(displayName());
-    m_statusItem->setIcon(statusIcon(false));
+    m_statusItem->setIcon(statusIcon(m_wndInfo ? isHiddenShown() : false));
     // Left and right clicks both open the panel; the menu lives behind the panel's gear button.
     connect(m_statusItem, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
         if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context ||
-            reason == QSystemTrayIcon::DoubleClick)
+            reason == QSystemTrayIcon::DoubleClick) {
+            m_statusItemClicked = true;
             statusItemAction();
+            m_statusItemClicked = false;
+        }
     });
+    if (m_wndInfo)
+        std::fprintf(stderr, "trovix: a system tray appeared; the icon is in it now\n");
     // Shown from the event loop: an XEmbed icon shown before it runs may never be docked.
     QTimer::singleShot(0, m_statusItem, [icon = m_statusItem] { icon->show(); });
 }
@@ -249,9 +265,22 @@ QRect QBPurgeController::statusItemFrame() const
         if (!frame.isEmpty())
             return frame;
     }
-    // A StatusNotifierItem host does not tell where the icon is: the pointer, which just clicked it,
-    // stands for it.
-    return QRect(QCursor::pos() - QPoint(12, 12), QSize(24, 24));
+    // A StatusNotifierItem host does not tell where the icon is. After a click on it, a pointer on the
+    // screen's top or bottom edge (where panels sit) stands for the icon; anywhere else, and when the
+    // panel is asked for without a click (a second launch, the start argument), the top-right corner of
+    // the screen that holds the pointer does.
+    constexpr int kEdge = 64;
+    const QPoint pointer = QCursor::pos();
+    QScreen* screen = QGuiApplication::screenAt(pointer);
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return QRect();
+    const QRect whole = screen->geometry();
+    if (m_statusItemClicked && (pointer.y() - whole.top() < kEdge || whole.bottom() - pointer.y() < kEdge))
+        return QRect(pointer - QPoint(12, 12), QSize(24, 24));
+    const QRect area = screen->availableGeometry();
+    return QRect(area.right() - 23, area.top() - 24, 24, 24);
 }
 
 // Menu.
@@ -289,6 +318,10 @@ void QBPurgeController::statusItemAction()
 {
     if (m_welcomeDialog && m_welcomeDialog->isVisible())
         m_welcomeDialog->accept();
+    if (!m_statusItem && !m_wndInfo->isVisible()) {
+        m_wndInfo->openAsWindow();
+        return;
+    }
     m_wndInfo->processActionOfStatusItem(true);
 }
 
@@ -320,7 +353,9 @@ void QBPurgeController::onPanelInfoClosed()
 
 void QBPurgeController::saveShowInfoState()
 {
-    m_settings.defaults().setObject(m_bShowInfo, SettingsKey::ShowInfo);
+    UserDefaults& d = m_settings.defaults();
+    if (!d.contains(SettingsKey::ShowInfo) || d.boolForKey(SettingsKey::ShowInfo) != m_bShowInfo)
+        d.setObject(m_bShowInfo, SettingsKey::ShowInfo);
 }
 
 void QBPurgeController::onPreferences()

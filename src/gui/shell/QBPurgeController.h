@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 
+#include <functional>
 #include <memory>
 
 class AboutWindow;
@@ -28,6 +29,7 @@ class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
 class Settings;
+class TrayHostWatcher;
 class WelcomeDialog;
 
 // The central controller: owns the tray icon, the panel and the other windows, the memory figures and
@@ -55,6 +57,8 @@ public:
         PurgeManager* purgeManager = nullptr;
         bool useTray = true; // false: no tray icon even where a tray exists (tests)
         bool manageExtensions = true; // false: the file managers' entries are left alone (tests)
+        // Whether a tray host is there now; null looks at the session bus and the X display.
+        std::function<bool()> trayProbe;
     };
 
     explicit QBPurgeController(Collaborators collaborators, QObject* parent = nullptr);
@@ -163,6 +167,7 @@ Q_SIGNALS:
 private:
     void initValues();
     void createStatusItem();
+    void createTrayIcon();
     void createMenu();
     void registerObservers();
     void registerDistributedObservers();
@@ -181,6 +186,9 @@ private:
     bool m_useTray;
     bool m_manageExtensions;
     std::unique_ptr<FinderIntegration> m_finderIntegration;
+    std::function<bool()> m_trayProbe;
+    TrayHostWatcher* m_trayWatcher = nullptr;
+    bool m_statusItemClicked = false; // the panel opens from a click on the icon
 
     bool m_bIsHaveNews = false;
     QSystemTrayIcon* m_statusItem = nullptr;
