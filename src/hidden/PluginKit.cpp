@@ -1,5 +1,7 @@
 #include "PluginKit.h"
 
+#include "util/DesktopEntry.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -17,20 +19,6 @@ QString shellQuoted(const QString& text)
     QString quoted = text;
     quoted.replace(QLatin1Char('\''), QLatin1String("'\\''"));
     return QLatin1Char('\'') + quoted + QLatin1Char('\'');
-}
-
-// A desktop entry's Exec quotes with double quotes only, and escapes " ` $ and \ inside them.
-QString desktopQuoted(const QString& text)
-{
-    QString quoted;
-    for (const QChar c : text) {
-        if (c == QLatin1Char('"') || c == QLatin1Char('`') || c == QLatin1Char('$') || c == QLatin1Char('\\'))
-            quoted += QLatin1Char('\\');
-        quoted += c;
-    }
-    // The Exec value itself is a string value whose backslashes are escaped once more.
-    quoted.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
-    return QLatin1Char('"') + quoted + QLatin1Char('"');
 }
 
 QString pythonQuoted(const QString& text)
@@ -112,7 +100,7 @@ QList<PluginKit::Entry> PluginKit::entries() const
          pythonQuoted(sender), false},
         // Dolphin runs service menus only with the run bit set.
         {QStringLiteral("trovix-dolphin.desktop"), data + QStringLiteral("/kio/servicemenus/trovix.desktop"),
-         desktopQuoted(sender), true},
+         DesktopEntry::execQuoted(sender), true},
         {QStringLiteral("trovix-hide.nemo_action"), data + QStringLiteral("/nemo/actions/trovix-hide.nemo_action"),
          shellQuoted(sender), false},
         {QStringLiteral("trovix-unhide.nemo_action"),

@@ -24,7 +24,7 @@ out=$( {
     if (top == "platform") return 2
     if (top == "core") return 3
     if (top ~ /^(hidden|search|memory|diskusage|login)$/) return 4
-    if (top == "gui" || top == "cli") return 5
+    if (top == "gui" || top == "cli" || top == "launcher") return 5
     if (top == "main.cpp") return 6
     return 0
   }

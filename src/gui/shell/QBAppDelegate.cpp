@@ -5,6 +5,7 @@
 #include "QBPurgeController.h"
 #include "core/Settings.h"
 #include "core/Texts.h"
+#include "login/RunAtLoginManager.h"
 
 #include <QCheckBox>
 #include <QCoreApplication>
@@ -46,6 +47,8 @@ void QBAppDelegate::notifyRunningCopy(DistributedNotificationCenter& distributed
 
 void QBAppDelegate::applicationDidFinishLaunching(const QStringList& arguments)
 {
+    // Started at login by the launcher: it can go now.
+    loginManager().checkWasAutolaunchedWithHelperApp(true);
     m_distributed.addObserver(
         appCopyHaveJustTriedToLaunchNotificatioName(), bundleIdentifier(), this,
         [this](const QString&, const QString&, const QVariantMap&) { appCopyHaveJustTriedToLaunch(); });
@@ -59,7 +62,7 @@ void QBAppDelegate::applicationDidFinishLaunching(const QStringList& arguments)
             return;
         }
     }
-    removeLegacyLoginKeys();
+    migrateLegacyLoginItem(loginManager(), m_settings.defaults());
 
     // The first argument is the program itself and never counts.
     if (arguments.mid(1).contains(QStringLiteral("ShowWindowAfterStart")))
@@ -71,14 +74,22 @@ void QBAppDelegate::appCopyHaveJustTriedToLaunch()
     QBPurgeController::ShowMainWindowAndMakeActive(m_center);
 }
 
-void QBAppDelegate::removeLegacyLoginKeys()
+RunAtLoginManager& QBAppDelegate::loginManager()
 {
-    // The launcher-based login item replaced these; no launcher exists yet to migrate to.
-    UserDefaults& d = m_settings.defaults();
-    for (const QString& key : {SettingsKey::AutoStartToggledByUser, SettingsKey::AutoStart}) {
-        if (d.contains(key))
-            d.removeObjectForKey(key);
-    }
+    return m_loginManager ? *m_loginManager : TrovixProjectRunAtLoginManager::shared();
+}
+
+void QBAppDelegate::setIsEnabledForHelperApp(bool enabled)
+{
+    loginManager().setIsEnabledForHelperApp(enabled, [enabled] {
+        QMessageBox alert;
+        alert.setIcon(QMessageBox::Warning);
+        alert.setText(Texts::platformWords(QStringLiteral("An error ocurred")));
+        alert.setInformativeText(enabled ? QStringLiteral("Couldn't add Helper App to launch at login item list.")
+                                         : QStringLiteral("Couldn't remove Helper App from launch at login item list."));
+        alert.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+        alert.exec();
+    });
 }
 
 bool QBAppDelegate::isInstalledLocation(const QString& binaryPath, const QString& home)

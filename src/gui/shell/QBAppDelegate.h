@@ -13,6 +13,8 @@ class Settings;
 
 // Launching: the single running copy, the offer to install a copy run from elsewhere, the legacy login
 // keys and the "ShowWindowAfterStart" argument. The controller does the rest.
+class RunAtLoginManager;
+
 class QBAppDelegate : public QObject
 {
     Q_OBJECT
@@ -44,7 +46,9 @@ public:
     static CopyResult installCopy(const QString& binaryPath, const QString& binDir, const QString& dataDir);
     bool copyAppToApplications(QString* destination);
 
-    void removeLegacyLoginKeys();
+    // The preferences' "Launch at system startup": a failure is shown in an alert.
+    void setIsEnabledForHelperApp(bool enabled);
+    void setLoginManager(RunAtLoginManager* manager) { m_loginManager = manager; }
 
     // Runs before an installed copy is started, so the copy can become the running one.
     void setBeforeHandOver(std::function<void()> fn) { m_beforeHandOver = std::move(fn); }
@@ -55,4 +59,7 @@ private:
     NotificationCenter& m_center;
     DistributedNotificationCenter& m_distributed;
     std::function<void()> m_beforeHandOver;
+    RunAtLoginManager* m_loginManager = nullptr;
+
+    RunAtLoginManager& loginManager();
 };

@@ -179,9 +179,10 @@ private Q_SLOTS:
     {
         m_home->standard.setObject(true, SettingsKey::AutoStart);
         m_home->standard.setObject(QStringLiteral("yes"), SettingsKey::AutoStartToggledByUser);
+        m_home->standard.setObject(true, SettingsKey::SuppressAlertMoveToApplications);
         auto controller = makeController();
         QBAppDelegate delegate(*controller, m_home->settings, m_home->center, m_home->distributed);
-        delegate.removeLegacyLoginKeys();
+        delegate.applicationDidFinishLaunching({"trovix"});
         const UserDefaults reread(m_home->standard.filePath());
         QVERIFY(!reread.contains(SettingsKey::AutoStart));
         QVERIFY(!reread.contains(SettingsKey::AutoStartToggledByUser));
