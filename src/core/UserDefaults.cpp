@@ -1,5 +1,6 @@
 #include "UserDefaults.h"
 
+#include "HomeFolder.h"
 #include "NotificationCenter.h"
 
 #include <QCoreApplication>
@@ -382,6 +383,8 @@ UserDefaults::~UserDefaults()
 
 QString UserDefaults::domainPath(const QString& domainName)
 {
+    // Also links in the check that stops a process without a home before it writes under "/".
+    HomeFolder::ensure();
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/trovix/")
            + domainName + QStringLiteral(".json");
 }
