@@ -1,0 +1,34 @@
+#!/usr/bin/python3
+"""Counts the times a file is written (replaced by a rename, or written and closed), by watching its
+folder with inotify. Usage: count-writes.py FILE COUNT_FILE. Writes the running count into COUNT_FILE
+after each write."""
+import ctypes
+import os
+import struct
+import sys
+
+IN_CLOSE_WRITE = 0x00000008
+IN_MOVED_TO = 0x00000080
+
+path, out = sys.argv[1], sys.argv[2]
+folder, name = os.path.split(os.path.abspath(path))
+libc = ctypes.CDLL(None, use_errno=True)
+fd = libc.inotify_init()
+if fd < 0 or libc.inotify_add_watch(fd, folder.encode(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0:
+    sys.exit("inotify: %s" % os.strerror(ctypes.get_errno()))
+count = 0
+with open(out, "w") as f:
+    f.write("0\n")
+while True:
+    data = os.read(fd, 65536)
+    offset = 0
+    while offset < len(data):
+        _, mask, _, length = struct.unpack_from("iIII", data, offset)
+        event_name = data[offset + 16:offset + 16 + length].rstrip(b"\0").decode(errors="replace")
+        offset += 16 + length
+        if event_name == name:
+            count += 1
+            if os.environ.get("COUNT_WRITES_LOG"):
+                open(os.environ["COUNT_WRITES_LOG"], "a").write(open(path).read() + "\n")
+            with open(out, "w") as f:
+                f.write("%d\n" % count)
