@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Counts the times a file is written (replaced by a rename, or written and closed), by watching its
-folder with inotify. Usage: count-writes.py FILE COUNT_FILE. Writes the running count into COUNT_FILE
+"""Counts the times a file is written (a rename or link onto its name, or a write closed on it), by
+watching its folder with inotify. Usage: count-writes.py FILE COUNT_FILE. Writes the running count into COUNT_FILE
 after each write."""
 import ctypes
 import os
@@ -9,12 +9,13 @@ import sys
 
 IN_CLOSE_WRITE = 0x00000008
 IN_MOVED_TO = 0x00000080
+IN_CREATE = 0x00000100
 
 path, out = sys.argv[1], sys.argv[2]
 folder, name = os.path.split(os.path.abspath(path))
 libc = ctypes.CDLL(None, use_errno=True)
 fd = libc.inotify_init()
-if fd < 0 or libc.inotify_add_watch(fd, folder.encode(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0:
+if fd < 0 or libc.inotify_add_watch(fd, folder.encode(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE) < 0:
     sys.exit("inotify: %s" % os.strerror(ctypes.get_errno()))
 count = 0
 with open(out, "w") as f:
@@ -28,7 +29,5 @@ while True:
         offset += 16 + length
         if event_name == name:
             count += 1
-            if os.environ.get("COUNT_WRITES_LOG"):
-                open(os.environ["COUNT_WRITES_LOG"], "a").write(open(path).read() + "\n")
             with open(out, "w") as f:
                 f.write("%d\n" % count)
