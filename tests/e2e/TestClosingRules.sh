@@ -49,6 +49,22 @@ other_program
 wait_for "attached panel to close" '[ -z "$(panel)" ]' || fail "the attached panel stayed when another program became active"
 echo "attached panel closed when another program became active"
 
+# 1b. The focus went from the panel to another window of the program (the about window) and from
+# there to another program: the panel did not lose the focus last, yet it closes.
+open_panel
+click_at $(( px + pw - 37 )) $(( py + 41 ))   # the gear button
+sleep 0.5
+xdotool key Up Up Return                       # the menu's "About Trovix"
+wait_for "about window" '[ -n "$(sheet)" ]' || fail "the about window did not open"
+about=$(sheet)
+[ -n "$(panel)" ] || fail "the panel closed when the program's own about window took the focus"
+other_program
+wait_for "panel to close" '[ -z "$(panel)" ]' \
+  || fail "the attached panel stayed when another program became active after the about window"
+echo "attached panel closed when another program became active after the about window"
+xdotool windowclose "$about" 2>/dev/null || xdotool windowunmap "$about"
+wait_for "about window to close" '[ -z "$(sheet)" ]' || fail "the about window did not close"
+
 # 2. A sheet on the panel (the first switch explains the file manager's questions): the panel stays.
 open_panel
 click_at $(( px + pw - 47 )) $(( py + 75 ))

@@ -26,6 +26,22 @@ SH
 shoot_panel() { import -window root png:- | convert - -crop "${pw}x${ph}+${px}+${py}" +repage "$1"; }
 # "R,G,B" of one pixel of a PNG.
 pixel() { convert "$1" -crop "1x1+$2+$3" -format '%[fx:int(255*r+.5)],%[fx:int(255*g+.5)],%[fx:int(255*b+.5)]' info:; }
+# The best contrast (WCAG ratio) of any pixel of a region against the region's commonest colour, its
+# background: how well what is drawn there can be read. readable PNG WxH+X+Y.
+readable() {
+  convert "$1" -crop "$2" +repage -depth 8 rgb:- | /usr/bin/python3 -c '
+import collections, sys
+data = sys.stdin.buffer.read()
+px = [tuple(data[i:i + 3]) for i in range(0, len(data) - 2, 3)]
+def lum(c):
+    f = [v / 255 for v in c]
+    f = [v / 12.92 if v <= 0.03928 else ((v + 0.055) / 1.055) ** 2.4 for v in f]
+    return 0.2126 * f[0] + 0.7152 * f[1] + 0.0722 * f[2]
+bg = lum(collections.Counter(px).most_common(1)[0][0])
+print("%.1f" % max((max(lum(c), bg) + 0.05) / (min(lum(c), bg) + 0.05) for c in px))'
+}
+# at_least RATIO MIN
+at_least() { /usr/bin/python3 -c 'import sys; sys.exit(0 if float(sys.argv[1]) >= float(sys.argv[2]) else 1)' "$1" "$2"; }
 near() { # near "R,G,B" "R,G,B": each channel within 40
   /usr/bin/python3 -c 'import sys; a,b=[list(map(int,s.split(","))) for s in sys.argv[1:3]]; sys.exit(0 if all(abs(x-y)<=40 for x,y in zip(a,b)) else 1)' "$1" "$2"
 }
@@ -80,6 +96,13 @@ INI
   shoot_panel "$artifacts/panel-$scheme-on.png"
   on=$(pixel "$artifacts/panel-$scheme-on.png" $(( sx - px - 14 )) $(( sy - py )))
   echo "$scheme: switch track off $off, on $on (highlight $highlight)"
+  # The clean button's title, the search field's placeholder and the gear, in the panel's picture.
+  for part in "clean-button 70x16+125+218" "placeholder 120x14+55+100" "gear 16x16+275+33"; do
+    set -- $part
+    ratio=$(readable "$artifacts/panel-$scheme-off.png" "$2")
+    echo "$scheme: $1 contrast $ratio"
+    at_least "$ratio" 3 || fail "the $1 does not read on the $scheme palette (contrast $ratio)"
+  done
   near "$on" "$highlight" || fail "the switch's on state ($on) is not the highlight colour $highlight ($scheme)"
   near "$off" "$highlight" && fail "the switch's off state looks like its on state ($scheme)"
   kill $trovix
