@@ -95,9 +95,9 @@ void Settings::saveWindowDetailedState(bool detailed)
 
 void Settings::saveWindowFramePosition(const QRect& frame)
 {
-    // Stored as single-precision numbers, like the platform's float frame values.
-    m_defaults.setObject(static_cast<double>(static_cast<float>(frame.x())), SettingsKey::WindowX);
-    m_defaults.setObject(static_cast<double>(static_cast<float>(frame.y())), SettingsKey::WindowY);
+    // Single-precision numbers, like the platform's float frame values; both in one write.
+    m_defaults.setValues({{SettingsKey::WindowX, static_cast<double>(static_cast<float>(frame.x()))},
+                          {SettingsKey::WindowY, static_cast<double>(static_cast<float>(frame.y()))}});
 }
 
 std::optional<QPoint> Settings::restoreWindowFramePosition(const QSize& windowSize, const QRect& screen) const
@@ -149,19 +149,19 @@ void Settings::notifyRateDialogDataThatAppStarted(const QString& appVersion)
 
 void Settings::onFirstStartOrVersionChangedTo(const QString& version)
 {
-    m_defaults.setObject(m_clock.now().addSecs(kFirstRateDelay), SettingsKey::RateNextShowDate);
-    m_defaults.setObject(false, SettingsKey::RateIsUserSelectStar);
-    m_defaults.setObject(version, SettingsKey::RateCurrentAppVersion);
-    m_defaults.setObject(QVariant::fromValue<qint64>(0), SettingsKey::RateCountOfAutoShow);
+    m_defaults.setValues({{SettingsKey::RateNextShowDate, m_clock.now().addSecs(kFirstRateDelay)},
+                          {SettingsKey::RateIsUserSelectStar, false},
+                          {SettingsKey::RateCurrentAppVersion, version},
+                          {SettingsKey::RateCountOfAutoShow, QVariant::fromValue<qint64>(0)}});
 }
 
 void Settings::notifyRateDialogDataThatRateDialogShowedAutomatically(bool showed)
 {
     if (!showed)
         return;
-    m_defaults.setObject(QVariant::fromValue<qint64>(getCountOfRateDialogAutoShowed() + 1),
-                         SettingsKey::RateCountOfAutoShow);
-    m_defaults.setObject(m_clock.now().addSecs(kNextRateDelay), SettingsKey::RateNextShowDate);
+    m_defaults.setValues(
+        {{SettingsKey::RateCountOfAutoShow, QVariant::fromValue<qint64>(getCountOfRateDialogAutoShowed() + 1)},
+         {SettingsKey::RateNextShowDate, m_clock.now().addSecs(kNextRateDelay)}});
 }
 
 void Settings::notifyRateDialogDataThatUserClickOnStar()

@@ -93,6 +93,26 @@ QVariant fromJson(const QJsonValue& value)
     }
 }
 
+bool isNumeric(const QVariant& v);
+
+// Integers of every width count as one kind, so a stored qint64 equals the int a caller hands in; an
+// integer never equals a double, as each reads back as its own kind.
+int typeKind(const QVariant& v)
+{
+    if (isNumeric(v) && v.typeId() != QMetaType::Double && v.typeId() != QMetaType::Float)
+        return QMetaType::LongLong;
+    if (v.typeId() == QMetaType::Float)
+        return QMetaType::Double;
+    if (v.typeId() == QMetaType::QStringList)
+        return QMetaType::QVariantList;
+    return v.typeId();
+}
+
+bool sameValue(const QVariant& a, const QVariant& b)
+{
+    return a.isValid() == b.isValid() && typeKind(a) == typeKind(b) && a == b;
+}
+
 bool isNumeric(const QVariant& v)
 {
     switch (v.typeId()) {
@@ -283,12 +303,23 @@ void UserDefaults::saveArrayValue(const QVariantList& value, const QString& key)
 
 void UserDefaults::setObject(const QVariant& value, const QString& key)
 {
-    if (!value.isValid()) {
-        removeObjectForKey(key);
-        return;
+    setValues({{key, value}});
+}
+
+void UserDefaults::setValues(const QVariantMap& values)
+{
+    bool changed = false;
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        if (sameValue(m_values.value(it.key()), it.value()))
+            continue;
+        changed = true;
+        if (it.value().isValid())
+            m_values.insert(it.key(), it.value());
+        else
+            m_values.remove(it.key());
     }
-    m_values.insert(key, value);
-    synchronize();
+    if (changed)
+        synchronize();
 }
 
 void UserDefaults::removeObjectForKey(const QString& key)

@@ -46,7 +46,10 @@ public:
     void saveUnsignedLongLongValue(quint64 value, const QString& key);
     void saveArrayValue(const QVariantList& value, const QString& key);
 
+    // Both write only when a value differs from the stored one (type included: 1 and 1.0 differ).
     void setObject(const QVariant& value, const QString& key);
+    // Several keys in one write; an invalid value removes its key.
+    void setValues(const QVariantMap& values);
     void removeObjectForKey(const QString& key);
     // Forgets every key of the domain and removes its file.
     void removePersistentDomain();

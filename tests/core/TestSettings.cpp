@@ -3,7 +3,19 @@
 
 #include <QTest>
 
+#include <sys/stat.h>
+
 #include <memory>
+
+namespace {
+ino_t inodeOf(const QString& path)
+{
+    struct stat st
+    {
+    };
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_ino : 0;
+}
+} // namespace
 
 class TestSettings : public QObject
 {
@@ -60,6 +72,26 @@ private Q_SLOTS:
         QVERIFY(!m_home->settings.restoreWindowFramePosition(saved.size(), screen));
         m_home->settings.saveWindowFramePosition(saved);
         QCOMPARE(make(m_anyVersion).restoreWindowFramePosition(saved.size(), screen), expected);
+    }
+
+    void windowPositionIsStoredOnlyWhenItChanges()
+    {
+        const QString file = m_home->standard.filePath();
+        m_home->settings.saveWindowFramePosition(QRect(100, 50, 320, 200));
+        const ino_t first = inodeOf(file);
+        // The same place (and the same lock state) again leaves the file alone.
+        m_home->settings.saveWindowLockedState(true);
+        const ino_t withLock = inodeOf(file);
+        QVERIFY(withLock != first);
+        m_home->settings.saveWindowFramePosition(QRect(100, 50, 320, 200));
+        m_home->settings.saveWindowLockedState(true);
+        QCOMPARE(inodeOf(file), withLock);
+        // Moving only vertically stores both coordinates.
+        m_home->settings.saveWindowFramePosition(QRect(100, 80, 320, 200));
+        QVERIFY(inodeOf(file) != withLock);
+        const UserDefaults stored(file);
+        QCOMPARE(stored.doubleForKey(SettingsKey::WindowX), 100.0);
+        QCOMPARE(stored.doubleForKey(SettingsKey::WindowY), 80.0);
     }
 
     void rateScheduleFollowsTheFirstTwoVersionNumbers()

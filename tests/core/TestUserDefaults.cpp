@@ -11,6 +11,13 @@
 #include <unistd.h>
 
 namespace {
+ino_t inodeOf(const QString& path)
+{
+    struct stat st
+    {
+    };
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_ino : 0;
+}
 QByteArray readAll(const QString& path)
 {
     QFile f(path);
@@ -132,6 +139,29 @@ private Q_SLOTS:
         QFile::setPermissions(dir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         QFile::setPermissions(path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         QCOMPARE(readAll(path()), QByteArray("{\"keep\": true}"));
+    }
+
+    void writesOnlyWhatChanged()
+    {
+        UserDefaults d(path());
+        d.setValues({{QStringLiteral("x"), 10.0}, {QStringLiteral("y"), 20.0}, {QStringLiteral("on"), true}});
+        QCOMPARE(UserDefaults(path()).doubleForKey(QStringLiteral("y")), 20.0);
+        const ino_t first = inodeOf(path());
+        // The same values again, by either setter: the file is not rewritten.
+        d.setValues({{QStringLiteral("x"), 10.0}, {QStringLiteral("y"), 20.0}});
+        d.setObject(true, QStringLiteral("on"));
+        d.saveBoolValue(true, QStringLiteral("on"));
+        d.removeObjectForKey(QStringLiteral("absent"));
+        d.setObject(QVariant(), QStringLiteral("absent"));
+        QCOMPARE(inodeOf(path()), first);
+        // A change of type is a change: the integer 10 is not the double 10.0.
+        d.setObject(10, QStringLiteral("x"));
+        QVERIFY(inodeOf(path()) != first);
+        // One key changed among several, and a removal, in one write.
+        d.setValues({{QStringLiteral("x"), 10}, {QStringLiteral("y"), 21.5}, {QStringLiteral("on"), QVariant()}});
+        const UserDefaults again(path());
+        QCOMPARE(again.doubleForKey(QStringLiteral("y")), 21.5);
+        QVERIFY(!again.contains(QStringLiteral("on")));
     }
 
     void saveIsAtomic()
