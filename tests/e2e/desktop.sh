@@ -23,6 +23,12 @@ seed_settings() {
 }
 
 start_desktop() {
+  start_x
+  start_tray
+}
+
+# An X server alone (no tray, no window manager).
+start_x() {
   # -displayfd lets the server pick a free display number, so parallel tests never collide.
   fifo=$(mktemp -u)
   mkfifo "$fifo"
@@ -32,10 +38,28 @@ start_desktop() {
   rm -f "$fifo"
   export DISPLAY=":$num"
   unset QT_QPA_PLATFORM
+}
+
+# The tray host, on the right of a strip at the top (TRAY_EDGE=bottom for the other end).
+start_tray() {
   trayer --edge "${TRAY_EDGE:-top}" --align right --widthtype request --height 28 --SetDockType true \
     --transparent false --tint 0x2b2b2b >/dev/null 2>&1 &
   E2E_PIDS="$E2E_PIDS $!"
   wait_for "trayer" 'xdotool search --class trayer >/dev/null 2>&1'
+}
+
+# A real window manager, so that focus moves between programs as on a desktop.
+start_wm() {
+  openbox --sm-disable >/dev/null 2>&1 &
+  E2E_PIDS="$E2E_PIDS $!"
+  wait_for "openbox" 'xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q window'
+}
+
+# The program's settings file and one value of it (JSON), read by another process.
+settings_file() { echo "$XDG_CONFIG_HOME/trovix/com.quorbel.trovix.json"; }
+setting() {
+  /usr/bin/python3 -c 'import json,sys; v=json.load(open(sys.argv[1])).get(sys.argv[2]); print("" if v is None else json.dumps(v))' \
+    "$(settings_file)" "$1"
 }
 
 stop_desktop() {

@@ -4,7 +4,9 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QIcon>
 #include <QStyle>
+#include <QSvgRenderer>
 
 #include <cmath>
 
@@ -23,9 +25,33 @@ double relativeLuminance(const QColor& c)
 
 double contrastRatio(const QColor& a, const QColor& b)
 {
-    const double la = relativeLuminance(a);
+    // A translucent a is seen drawn over b.
+    const QColor back = b.toRgb();
+    const QColor front = a.toRgb();
+    const float alpha = front.alphaF();
+    const QColor seen = QColor::fromRgbF(front.redF() * alpha + back.redF() * (1 - alpha),
+                                         front.greenF() * alpha + back.greenF() * (1 - alpha),
+                                         front.blueF() * alpha + back.blueF() * (1 - alpha));
+    const double la = relativeLuminance(seen);
     const double lb = relativeLuminance(b);
     return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+QIcon tintedIcon(const QString& svgPath, const QColor& ink)
+{
+    QSvgRenderer renderer(svgPath);
+    QIcon icon;
+    for (int size : {16, 22, 24, 32, 48, 64}) {
+        QPixmap pixmap(size, size);
+        pixmap.fill(Qt::transparent);
+        QPainter p(&pixmap);
+        renderer.render(&p);
+        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        p.fillRect(pixmap.rect(), ink);
+        p.end();
+        icon.addPixmap(pixmap);
+    }
+    return icon;
 }
 
 ToggleSwitch::ToggleSwitch(QWidget* parent)

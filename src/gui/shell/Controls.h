@@ -7,8 +7,11 @@
 // The panel's small custom controls.
 
 // How far apart two colours are for reading, 1 (the same) to 21 (black on white), as the WCAG
-// contrast ratio of their relative luminances.
+// contrast ratio of their relative luminances. A translucent a counts as drawn over b.
 double contrastRatio(const QColor& a, const QColor& b);
+
+// A one-colour icon from an SVG resource, drawn in ink (so it follows the palette).
+QIcon tintedIcon(const QString& svgPath, const QColor& ink);
 
 // An on/off switch drawn as a sliding knob.
 class ToggleSwitch : public QAbstractButton

@@ -8,6 +8,7 @@
 #include "core/Texts.h"
 #include "util/VolumeName.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDialog>
@@ -29,7 +30,8 @@ namespace {
 constexpr int kPanelWidth = 320;
 constexpr int kRevertMs = 30000;
 constexpr int kGap = 5; // between the tray icon and the panel
-// A window-manager move has ended when the panel has not moved for this long.
+// A window-manager move has ended when the panel has not moved for this long (the release of the
+// button goes to the window manager, not to the panel).
 constexpr int kSystemMoveSettleMs = 400;
 
 QString panelText(const char* key, const char* english)
@@ -113,7 +115,6 @@ void PanelWindow::buildInterface()
     m_gearButton = new QToolButton(m_view);
     m_gearButton->setObjectName(QStringLiteral("preferencesButton"));
     m_gearButton->setAutoRaise(true);
-    m_gearButton->setIcon(QIcon(QStringLiteral(":/icons/gear.svg")));
     m_gearButton->setToolTip(PanelWindowContextualMenuStrings::preferencesWithoutDots());
     connect(m_gearButton, &QToolButton::clicked, this, [this] {
         m_delegate.panelPreferencesButtonPressed(m_gearButton->mapToGlobal(QPoint(-2, m_gearButton->height() + 5)));
@@ -149,7 +150,7 @@ void PanelWindow::buildInterface()
     m_searchBar->setObjectName(QStringLiteral("searchBar"));
     m_searchBar->setPlaceholderText(panelText("Hidden_Fiels_Search_field_title", "Search files by name"));
     m_searchBar->setClearButtonEnabled(true);
-    m_searchBar->addAction(QIcon(QStringLiteral(":/icons/search.svg")), QLineEdit::LeadingPosition);
+    m_searchIcon = m_searchBar->addAction(QIcon(), QLineEdit::LeadingPosition);
     connect(m_searchBar, &QLineEdit::returnPressed, this, [this] { controlTextDidEndEditing(); });
     layout->addWidget(m_searchBar);
 
@@ -202,7 +203,7 @@ void PanelWindow::buildInterface()
     setFixedWidth(kPanelWidth);
     updateWindowFrameAndItems();
     fillLastCleanedLabelWithSize(0, QString());
-    applySubtitleColour();
+    applyPaletteColours();
 }
 
 void PanelWindow::updateWindowFrameAndItems()
@@ -358,7 +359,7 @@ void PanelWindow::changeEvent(QEvent* event)
 {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange)
-        applySubtitleColour();
+        applyPaletteColours();
     if (event->type() == QEvent::ActivationChange) {
         if (isActiveWindow())
             m_center.post(PanelWindowDidBecomeActiveNotification(), this);
@@ -389,6 +390,8 @@ void PanelWindow::moveEvent(QMoveEvent* event)
 void PanelWindow::mousePressEvent(QMouseEvent* event)
 {
     if (event->button() == Qt::LeftButton) {
+        m_systemMoveEnd.cancel();
+        m_systemMove = false;
         m_dragOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
         m_dragging = false;
     }
@@ -408,8 +411,8 @@ void PanelWindow::mouseMoveEvent(QMouseEvent* event)
         positionDidChanged();
     // Where the window manager can move windows (and on Wayland, where only it can), it does the drag.
     if (starting && windowHandle() && windowHandle()->startSystemMove()) {
+        // The window manager now has the pointer; some report the new place only when the drag is over.
         m_systemMove = true;
-        m_systemMoveEnd = m_clock.callAfter(kSystemMoveSettleMs, this, [this] { dragDidEnd(); });
         return;
     }
     if (!m_systemMove)
@@ -425,6 +428,7 @@ void PanelWindow::mouseReleaseEvent(QMouseEvent* event)
 
 void PanelWindow::dragDidEnd()
 {
+
     m_systemMoveEnd.cancel();
     m_dragging = false;
     m_systemMove = false;
@@ -499,6 +503,23 @@ void PanelWindow::subtitleLabelClicked()
         m_subtitleLabel->setText(m_pInfoCleanedSizeString);
         m_subtitleRevert = m_clock.callAfter(kRevertMs, this, [this] { subtitleLabelClicked(); });
     }
+    applySubtitleColour();
+}
+
+void PanelWindow::applyPaletteColours()
+{
+    const QPalette pal = palette();
+    m_gearButton->setIcon(tintedIcon(QStringLiteral(":/icons/gear.svg"), pal.color(QPalette::WindowText)));
+    // Themes that set no placeholder colour leave Qt's grey for light palettes, unreadable on a dark one.
+    QPalette search = m_searchBar->palette();
+    QColor placeholder = pal.color(QPalette::PlaceholderText);
+    if (contrastRatio(placeholder, pal.color(QPalette::Base)) < 3.0) {
+        placeholder = pal.color(QPalette::Text);
+        placeholder.setAlphaF(0.6f);
+    }
+    search.setColor(QPalette::PlaceholderText, placeholder);
+    m_searchBar->setPalette(search);
+    m_searchIcon->setIcon(tintedIcon(QStringLiteral(":/icons/search.svg"), placeholder));
     applySubtitleColour();
 }
 

@@ -8,6 +8,7 @@
 class CleanMemoryButton;
 class NotificationCenter;
 class PanelWindowDelegate;
+class QAction;
 class QLabel;
 class QLineEdit;
 class QProgressBar;
@@ -100,6 +101,7 @@ private:
     void showLockedLook(bool locked);
     void dragDidEnd();
     void applySubtitleColour();
+    void applyPaletteColours();
     void applyHeight();
     void updateMask();
     bool m_placedAbove = false;
@@ -129,6 +131,7 @@ private:
     ToggleSwitch* m_hiddenSwitch = nullptr;
     QLabel* m_hiddenSwitchLabel = nullptr;
     QLineEdit* m_searchBar = nullptr;
+    QAction* m_searchIcon = nullptr;
     QToolButton* m_disclosureButton = nullptr;
     QToolButton* m_gearButton = nullptr;
     QToolButton* m_closeButton = nullptr;

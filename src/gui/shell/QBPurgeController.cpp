@@ -1,6 +1,7 @@
 #include "QBPurgeController.h"
 
 #include "AboutWindow.h"
+#include "Controls.h"
 #include "core/DistributedNotificationCenter.h"
 #include "core/NotificationCenter.h"
 #include "PanelWindow.h"
@@ -18,10 +19,8 @@
 #include <QEvent>
 #include <QGuiApplication>
 #include <QMenu>
-#include <QPainter>
 #include <QPalette>
 #include <QScreen>
-#include <QSvgRenderer>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
@@ -201,19 +200,8 @@ QIcon QBPurgeController::statusIcon(bool shown)
     if (cached != m_statusIcons.end())
         return *cached;
     // A template image: one colour, taken from the desktop's palette so it reads on light and dark panels.
-    QSvgRenderer renderer(QStringLiteral(":/icons/%1.svg").arg(statusIconImageForState(shown)));
     const QColor ink = isDarkModeOn() ? QColor(Qt::white) : QGuiApplication::palette().color(QPalette::WindowText);
-    QIcon icon;
-    for (int size : {16, 22, 24, 32, 48, 64}) {
-        QPixmap pixmap(size, size);
-        pixmap.fill(Qt::transparent);
-        QPainter p(&pixmap);
-        renderer.render(&p);
-        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
-        p.fillRect(pixmap.rect(), ink);
-        p.end();
-        icon.addPixmap(pixmap);
-    }
+    QIcon icon = tintedIcon(QStringLiteral(":/icons/%1.svg").arg(statusIconImageForState(shown)), ink);
     icon.setIsMask(true);
     m_statusIcons.insert(shown, icon);
     return icon;

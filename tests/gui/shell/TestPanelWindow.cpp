@@ -1,9 +1,13 @@
 #include "gui/shell/PanelWindow.h"
 #include "gui/shell/PanelWindowDelegate.h"
+#include "gui/shell/CleanMemoryButton.h"
+#include "gui/shell/Controls.h"
 #include "support/ControllerFixture.h"
+#include "support/WriteCounter.h"
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QFile>
 #include <QLineEdit>
 #include <QScreen>
 #include <QTest>
@@ -102,22 +106,54 @@ private Q_SLOTS:
         QVERIFY(panel->geometry().top() > m_delegate.trayFrame.bottom());
     }
 
-    void draggingDetachesAndStoresThePosition()
+    void draggingDetachesAndStoresThePositionOnceAtTheEnd()
     {
         auto panel = makePanel();
         panel->processActionOfStatusItem(true);
         QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+        WriteCounter writes(m_home->standard.filePath());
+        QVERIFY(writes.isValid());
         const QPoint grab(150, 6);
         QTest::mousePress(panel.get(), Qt::LeftButton, {}, grab);
-        QMouseEvent move(QEvent::MouseMove, QPointF(grab + QPoint(-200, 150)),
-                         QPointF(panel->mapToGlobal(grab + QPoint(-200, 150))), Qt::NoButton, Qt::LeftButton, {});
-        QApplication::sendEvent(panel.get(), &move);
-        QTest::mouseRelease(panel.get(), Qt::LeftButton, {}, grab + QPoint(-200, 150));
+        const QPoint start = panel->mapToGlobal(grab);
+        QPoint global = start;
+        const auto dragBy = [&](QPoint delta) {
+            global += delta;
+            QMouseEvent move(QEvent::MouseMove, QPointF(panel->mapFromGlobal(global)), QPointF(global), Qt::NoButton,
+                             Qt::LeftButton, {});
+            QApplication::sendEvent(panel.get(), &move);
+        };
+        dragBy(QPoint(-40, 30));
+        const int detached = writes.count(); // the lock state, once
+        QCOMPARE(detached, 1);
+        for (int step = 2; step <= 8; ++step)
+            dragBy(QPoint(-20, 15));
+        QCOMPARE(writes.count(), detached); // nothing while the panel moves
+        QTest::mouseRelease(panel.get(), Qt::LeftButton, {}, panel->mapFromGlobal(global));
+        QCOMPARE(writes.count(), detached + 1); // both coordinates in one write
         QVERIFY(!panel->isLocked());
         QVERIFY(!m_home->settings.isWindowLocked());
-        const auto stored = m_home->settings.restoreWindowFramePosition(panel->size(), QRect());
-        QVERIFY(stored.has_value());
-        QCOMPARE(*stored, panel->frameGeometry().topLeft());
+        const UserDefaults reread(m_home->standard.filePath());
+        QCOMPARE(reread.doubleForKey(SettingsKey::WindowX), double(panel->frameGeometry().x()));
+        QCOMPARE(reread.doubleForKey(SettingsKey::WindowY), double(panel->frameGeometry().y()));
+        QVERIFY(panel->frameGeometry().y() > m_delegate.trayFrame.bottom() + 100);
+    }
+
+    void startsWithoutWritingAndTheWindowFallbackStoresNoLockChange()
+    {
+        {
+            auto panel = makePanel();
+            panel->openAsWindow(); // no tray
+            QVERIFY(panel->isVisible());
+            QVERIFY(!panel->isLocked());
+            QVERIFY(panel->isOpenAsWindow());
+            // Moved about by the user: nothing is stored either.
+            panel->move(panel->pos() + QPoint(30, 30));
+            panel->closeAndMakeItLocked();
+        }
+        QVERIFY(!QFile::exists(m_home->standard.filePath()));
+        auto next = makePanel(); // the next start, with a tray, finds it attached
+        QVERIFY(next->isLocked());
     }
 
     void memoryTitleAndSubtitleFormats_data()
@@ -162,6 +198,51 @@ private Q_SLOTS:
         m_home->clock.advance(1);
         QCOMPARE(panel->subtitleTag(), 1);
         QCOMPARE(panel->subtitleText(), QStringLiteral("2.00 GB used of 8.00 GB"));
+    }
+
+    // Under a dark palette every text of the panel stays readable, and the switch's on state is the
+    // highlight even while the panel is not the active window.
+    void darkPaletteColours()
+    {
+        QPalette dark;
+        dark.setColor(QPalette::Window, QColor(49, 54, 59));
+        dark.setColor(QPalette::WindowText, QColor(239, 240, 241));
+        dark.setColor(QPalette::Base, QColor(35, 38, 41));
+        dark.setColor(QPalette::Text, QColor(239, 240, 241));
+        dark.setColor(QPalette::Button, QColor(49, 54, 59));
+        dark.setColor(QPalette::ButtonText, QColor(239, 240, 241));
+        dark.setColor(QPalette::PlaceholderText, QColor(0, 0, 0, 128)); // what a light default leaves
+        dark.setColor(QPalette::Active, QPalette::Highlight, QColor(61, 174, 233));
+        dark.setColor(QPalette::Inactive, QPalette::Highlight, QColor(90, 90, 90));
+        auto panel = makePanel();
+        panel->setPalette(dark);
+        panel->fillInfoPanelWithUsedMemoryPercent(0.5, 4LL << 30, 8LL << 30);
+        QVERIFY(contrastRatio(panel->subtitleColor(), dark.color(QPalette::Window)) >= 4.5);
+        panel->fillLastCleanedLabelWithSize(700LL << 20, QStringLiteral("3:07PM"));
+        panel->onPurgedMemory();
+        QVERIFY(contrastRatio(panel->subtitleColor(), dark.color(QPalette::Window)) >= 3.0);
+        QVERIFY(contrastRatio(CleanMemoryButton::titleColor(dark), dark.color(QPalette::Button)) >= 3.0);
+        const QPalette search = panel->searchBar()->palette();
+        QVERIFY(contrastRatio(search.color(QPalette::PlaceholderText), search.color(QPalette::Base)) >= 3.0);
+
+        auto* toggle = panel->findChild<QAbstractButton*>(QStringLiteral("hiddenSwitch"));
+        m_delegate.shown = true;
+        panel->updateIsHiddenShown();
+        const QImage on = toggle->grab().toImage();
+        const QColor fill = on.pixelColor(10, on.height() / 2); // the track left of the knob
+        QCOMPARE(fill.rgb(), QColor(61, 174, 233).rgb());
+    }
+
+    void cleanButtonTitleFallsBackToButtonTextWhereTheHighlightDoesNotStandOut()
+    {
+        QPalette pal;
+        pal.setColor(QPalette::Button, QColor(60, 60, 60));
+        pal.setColor(QPalette::ButtonText, QColor(230, 230, 230));
+        pal.setColor(QPalette::Active, QPalette::Highlight, QColor(70, 70, 80));
+        QCOMPARE(CleanMemoryButton::titleColor(pal), QColor(230, 230, 230));
+        pal.setColor(QPalette::Button, QColor(239, 239, 239));
+        pal.setColor(QPalette::Active, QPalette::Highlight, QColor(48, 140, 198));
+        QCOMPARE(CleanMemoryButton::titleColor(pal), QColor(48, 140, 198));
     }
 
     void searchHandOffGivesTheTextAndClosesAnAttachedPanel()

@@ -2,8 +2,12 @@
 #include "gui/shell/QBAppDelegate.h"
 #include "search/SearchManager.h"
 #include "support/ControllerFixture.h"
+#include "support/WriteCounter.h"
 
 #include <QApplication>
+#include <QCursor>
+#include <QScreen>
+#include <QSystemTrayIcon>
 #include <QDir>
 #include <QFile>
 #include <QMenu>
@@ -66,6 +70,62 @@ private Q_SLOTS:
         QVERIFY(controller->panel()->isVisible());
         m_home->center.post(QStringLiteral("ShowWindowAfterStart"));
         QVERIFY(controller->panel()->isVisible()); // already open: stays open
+    }
+
+    // Started before the desktop's tray host: the panel opens as a window, the icon comes with the
+    // host, and nothing of the fallback is stored.
+    void aTrayHostThatComesLaterGetsTheIcon()
+    {
+        bool trayThere = false;
+        auto collaborators = controllerCollaborators(*m_home);
+        collaborators.useTray = true;
+        collaborators.trayProbe = [&] { return trayThere; };
+        QBPurgeController controller(collaborators);
+        controller.awakeFromNib();
+        QVERIFY(!controller.statusItem());
+        QVERIFY(controller.panel()->isVisible());
+        QVERIFY(!controller.panel()->isLocked());
+        trayThere = true;
+        m_home->clock.advance(500);
+        QVERIFY(controller.statusItem());
+        QVERIFY(!controller.statusItem()->icon().isNull());
+        QVERIFY(!UserDefaults(m_home->standard.filePath()).contains(SettingsKey::WindowLock));
+        // A click on the new icon attaches the open window under it.
+        controller.statusItemAction();
+        QVERIFY(controller.panel()->isVisible());
+        QVERIFY(controller.panel()->isLocked());
+        QVERIFY(m_home->settings.isWindowLocked());
+    }
+
+    void showInfoIsWrittenOnlyWhenItChanges()
+    {
+        auto controller = makeController();
+        controller->awakeFromNib(); // no tray: the panel is open
+        QVERIFY(controller->panel()->isVisible());
+        WriteCounter writes(m_home->standard.filePath());
+        QVERIFY(writes.isValid());
+        controller->onTogglePanelInfo(); // closes it
+        QVERIFY(!controller->panel()->isVisible());
+        QCOMPARE(writes.count(), 1);
+        QCOMPARE(UserDefaults(m_home->standard.filePath()).objectForKey(SettingsKey::ShowInfo), QVariant(false));
+        controller->statusItemAction(); // opens, as a click on the icon does
+        QVERIFY(controller->panel()->isVisible());
+        controller->panel()->close(); // "ShowInfo" is false already
+        QCOMPARE(writes.count(), 1);
+    }
+
+    // With no icon geometry (a StatusNotifierItem host) and no click, the panel opens in the top-right
+    // corner of the screen that holds the pointer, wherever the pointer is.
+    void withoutIconGeometryThePanelOpensInTheTopRightCorner()
+    {
+        auto controller = makeController();
+        controller->awakeFromNib();
+        controller->panel()->close();
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        QCursor::setPos(area.center());
+        const QRect frame = controller->statusItemFrame();
+        QCOMPARE(frame.right(), area.right());
+        QVERIFY(frame.bottom() < area.top());
     }
 
     void welcomeDialogIsShownOnce()
