@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -33,7 +34,7 @@ class TestHiddenCommand : public QObject
     QProcessEnvironment m_env;
 
     QString home() const { return m_top->filePath("home"); }
-    QString dolphinFile() const { return home() + "/.local/share/dolphin/view_properties/global/.directory"; }
+    QString dolphinFile() const { return m_top->filePath("data/dolphin/view_properties/global/.directory"); }
 
     Run run(const QStringList& args) const
     {
@@ -81,9 +82,10 @@ private Q_SLOTS:
         QVERIFY(m_top->isValid());
         m_env = QProcessEnvironment::systemEnvironment();
         m_env.insert("HOME", home());
-        m_env.insert("XDG_CONFIG_HOME", home() + "/.config");
-        m_env.insert("XDG_DATA_HOME", home() + "/.local/share");
-        m_env.insert("XDG_CACHE_HOME", home() + "/.cache");
+        // The program's own files go elsewhere, so the home holds exactly what the case puts there.
+        m_env.insert("XDG_CONFIG_HOME", m_top->filePath("config"));
+        m_env.insert("XDG_DATA_HOME", m_top->filePath("data"));
+        m_env.insert("XDG_CACHE_HOME", m_top->filePath("cache"));
         m_env.insert("GSETTINGS_BACKEND", "keyfile");
         m_env.insert("XDG_CURRENT_DESKTOP", "GNOME");
         m_env.remove("XDG_DATA_DIRS");
@@ -102,6 +104,10 @@ private Q_SLOTS:
     void stateFollowsTheSettingWhateverTheHomeHolds()
     {
         QFETCH(bool, ssh);
+        const auto homeHoldsNoMore = qScopeGuard([&] {
+            QCOMPARE(QDir(home()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                     ssh ? QStringList{".ssh"} : QStringList{});
+        });
         if (ssh) {
             QVERIFY(QDir().mkpath(home() + "/.ssh"));
             QFile(home() + "/.ssh/known_hosts").open(QIODevice::WriteOnly);
@@ -125,14 +131,18 @@ private Q_SLOTS:
         QVERIFY(r.out.startsWith(kInvisible));
     }
 
+    // GNOME Files where only GTK 3's file-chooser schema and no other settings tool is installed.
     void onlyGtk3Schema()
     {
-        const QString schemas = m_top->filePath("data/glib-2.0/schemas");
+        QVERIFY(QDir().mkpath(m_top->filePath("bin")));
+        QVERIFY(linkBasicTools(m_top->filePath("bin"), {"gsettings"}));
+        m_env.insert("PATH", m_top->filePath("bin"));
+        const QString schemas = m_top->filePath("schemas/glib-2.0/schemas");
         QVERIFY(QDir().mkpath(schemas));
         QVERIFY(QFile::copy("/usr/share/glib-2.0/schemas/org.gtk.Settings.FileChooser.gschema.xml",
                             schemas + "/org.gtk.Settings.FileChooser.gschema.xml"));
         QCOMPARE(tool("glib-compile-schemas", {schemas}), QString());
-        m_env.insert("XDG_DATA_DIRS", m_top->filePath("data"));
+        m_env.insert("XDG_DATA_DIRS", m_top->filePath("schemas"));
         const Run r = run({"show"});
         QVERIFY2(r.status == 0, r.err);
         QVERIFY(r.out.startsWith(kVisible));
@@ -144,7 +154,7 @@ private Q_SLOTS:
     {
         QVERIFY(QDir().mkpath(QFileInfo(dolphinFile()).path()));
         QCOMPARE(tool("kwriteconfig5", dolphinKey() + QStringList{"--type", "bool", "false"}), QString());
-        QVERIFY(QDir().mkpath(home() + "/.config/glib-2.0/settings/keyfile"));
+        QVERIFY(QDir().mkpath(m_top->filePath("config/glib-2.0/settings/keyfile")));
         Run r = run({"show"});
         QCOMPARE(r.status, 1);
         QCOMPARE(r.out, QByteArray());

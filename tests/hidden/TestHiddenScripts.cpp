@@ -260,9 +260,11 @@ private Q_SLOTS:
         QCOMPARE(values(), all(false));
     }
 
-    // GNOME Files on a system that has only GTK 3's file-chooser schema.
+    // GNOME Files on a system that has only GTK 3's file-chooser schema and no other settings tool.
     void onlyGtk3SchemaIsEnough()
     {
+        QTemporaryDir bin;
+        QVERIFY(linkBasicTools(bin.path(), {"gsettings"}));
         QTemporaryDir data;
         const QString schemas = data.filePath("glib-2.0/schemas");
         QVERIFY(QDir().mkpath(schemas));
@@ -272,11 +274,15 @@ private Q_SLOTS:
         setAll(false);
         qputenv("XDG_DATA_DIRS", QFile::encodeName(data.path()));
         qputenv("XDG_CURRENT_DESKTOP", "GNOME");
+        qputenv("PATH", QFile::encodeName(bin.path()));
         const HiddenScriptResult r = run(kSwitch);
-        QCOMPARE(tool("gsettings", {"get", "org.gtk.Settings.FileChooser", "show-hidden"}), "true");
-        QCOMPARE(run(kCheck).reply, expectedListing(true));
+        const QStringList reply = run(kCheck).reply;
+        qputenv("PATH", m_path);
+        const QString stored = tool("gsettings", {"get", "org.gtk.Settings.FileChooser", "show-hidden"});
         qunsetenv("XDG_DATA_DIRS");
         QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(stored, "true");
+        QCOMPARE(reply, expectedListing(true));
         QCOMPARE(tool("gsettings", {"get", "org.gtk.gtk4.Settings.FileChooser", "show-hidden"}), "false");
     }
 
