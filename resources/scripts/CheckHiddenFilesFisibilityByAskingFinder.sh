@@ -3,12 +3,20 @@
 
 . "${0%/*}/HiddenFilesBackends.sh" || exit 2
 
-# Reply: the names in the home folder as the primary file manager lists them, one a line: the
-# dot-names first (byte order) when its setting shows hidden files, then the other names.
+# Reply: the names in the home folder as the primary file manager lists it, one a line. When its
+# setting shows hidden files the listing begins with the folder's own entries "." and "..", then the
+# other dot-names, so the reply proves the display whatever the folder holds (a home with only .ssh,
+# or nothing); then the names that are not hidden. Names in byte order, whatever the user's locale.
 value=$(current_value) || exit 2
-cd "$HOME" || { echo "cannot open the home folder" >&2; exit 1; }
+LC_ALL=C
+export LC_ALL
 nl='
 '
+if [ "$value" = true ]; then
+  printf '%s\n' . ..
+fi
+# An unreadable home lists nothing more; the setting alone has decided.
+cd "$HOME" 2>/dev/null || exit 0
 if [ "$value" = true ]; then
   for n in .*; do
     case $n in . | .. | *"$nl"*) continue ;; esac

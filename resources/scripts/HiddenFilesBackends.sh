@@ -1,67 +1,127 @@
 # The file managers' hidden-files settings, sourced by every hidden-files script from the folder it
 # runs in. Not run on its own.
-# Backends: gtk (GNOME Files and GTK file choosers, GTK 4 and GTK 3 keys), nemo, caja (GSettings),
-# thunar (xfconf), dolphin (its global view properties). A backend whose schema or tool is missing is
-# skipped. Names are handled in byte order, whatever the user's locale.
-LC_ALL=C
-export LC_ALL
+# trovix-backends-version: 2
+# (The program replaces an installed copy whose version is lower than the one it ships.)
+# Settings: gtk4 and gtk3 (GNOME Files and the GTK file choosers), nemo, caja (GSettings), thunar
+# (xfconf), dolphin (its global view properties). A setting whose schema or tool is missing is skipped.
+# The user's locale is kept: file managers started from here must come back in the user's language.
 : "${XDG_CONFIG_HOME:=$HOME/.config}"
 : "${XDG_DATA_HOME:=$HOME/.local/share}"
 DOLPHIN_GLOBAL="$XDG_DATA_HOME/dolphin/view_properties/global/.directory"
 GTK4=org.gtk.gtk4.Settings.FileChooser
 GTK3=org.gtk.Settings.FileChooser
+SETTINGS="gtk4 gtk3 nemo caja thunar dolphin"
+NO_SETTING="no supported file-manager setting for hidden files was found (GSettings schemas, xfconf, kwriteconfig)"
 
 have() { command -v "$1" >/dev/null 2>&1; }
 
+# Plasma 6 ships only the 6 versions of the KDE config tools, Plasma 5 only the 5 ones.
+kde_tool() {
+  for t in "$1"6 "$1"5; do
+    have "$t" && { echo "$t"; return 0; }
+  done
+  return 1
+}
+
+# One switch at a time across processes: the command line, the tray program and its launch-time writer
+# would otherwise interleave their writes. The lock is held until the script ends.
+hidden_files_lock() {
+  have flock || return 0
+  if [ -n "${XDG_RUNTIME_DIR:-}" ] && [ -d "$XDG_RUNTIME_DIR" ]; then
+    lock="$XDG_RUNTIME_DIR/trovix-hidden.lock"
+  else
+    lock="${TMPDIR:-/tmp}/trovix-hidden-$(id -u).lock"
+  fi
+  [ -w "${lock%/*}" ] || return 0
+  command exec 9>>"$lock" || return 0
+  flock -w 60 9 || { echo "another hidden-files switch did not end within 60 s ($lock)" >&2; exit 1; }
+}
+hidden_files_lock
+
 gs_present() { have gsettings && gsettings list-keys "$1" 2>/dev/null | grep -qx "$2"; }
 
-backend_present() {
+setting_present() {
   case $1 in
-    gtk) gs_present $GTK4 show-hidden || gs_present $GTK3 show-hidden ;;
+    gtk4) gs_present $GTK4 show-hidden ;;
+    gtk3) gs_present $GTK3 show-hidden ;;
     nemo) gs_present org.nemo.preferences show-hidden-files ;;
     caja) gs_present org.mate.caja.preferences show-hidden-files ;;
     # Reaching the daemon is part of being present: without it nothing can be read or written.
     thunar) have xfconf-query && xfconf-query -l >/dev/null 2>&1 ;;
-    dolphin) have kwriteconfig5 && have kreadconfig5 ;;
+    dolphin) kde_tool kwriteconfig >/dev/null && kde_tool kreadconfig >/dev/null ;;
     *) return 1 ;;
   esac
 }
 
-present_backends() {
-  for b in gtk nemo caja thunar dolphin; do
-    if backend_present $b; then echo $b; fi
+present_settings() {
+  for s in $SETTINGS; do
+    if setting_present $s; then echo $s; fi
   done
+}
+
+# Where a setting lives, as the user would look it up.
+setting_name() {
+  case $1 in
+    gtk4) echo "$GTK4 show-hidden" ;;
+    gtk3) echo "$GTK3 show-hidden" ;;
+    nemo) echo "org.nemo.preferences show-hidden-files" ;;
+    caja) echo "org.mate.caja.preferences show-hidden-files" ;;
+    thunar) echo "xfconf thunar /last-show-hidden" ;;
+    dolphin) echo "HiddenFilesShown of $DOLPHIN_GLOBAL" ;;
+  esac
 }
 
 # Prints true or false.
 get_value() {
   case $1 in
-    gtk) v=$(gsettings get $GTK4 show-hidden 2>/dev/null) || v=$(gsettings get $GTK3 show-hidden 2>/dev/null) || return 1 ;;
+    gtk4) v=$(gsettings get $GTK4 show-hidden 2>/dev/null) || return 1 ;;
+    gtk3) v=$(gsettings get $GTK3 show-hidden 2>/dev/null) || return 1 ;;
     nemo) v=$(gsettings get org.nemo.preferences show-hidden-files 2>/dev/null) || return 1 ;;
     caja) v=$(gsettings get org.mate.caja.preferences show-hidden-files 2>/dev/null) || return 1 ;;
     # An absent property is Thunar's default: hidden files not shown.
     thunar) v=$(xfconf-query -c thunar -p /last-show-hidden 2>/dev/null) || v=false ;;
-    dolphin) v=$(kreadconfig5 --file "$DOLPHIN_GLOBAL" --group Settings --key HiddenFilesShown --default false 2>/dev/null) || return 1 ;;
+    dolphin)
+      v=$($(kde_tool kreadconfig) --file "$DOLPHIN_GLOBAL" --group Settings --key HiddenFilesShown --default false 2>/dev/null) ||
+        return 1 ;;
     *) return 1 ;;
   esac
   if [ "$v" = true ]; then echo true; else echo false; fi
 }
 
+# Writes without reading back; the tool's complaints go to standard error.
 set_value() {
   case $1 in
-    gtk)
-      rc=1
-      if gs_present $GTK4 show-hidden; then gsettings set $GTK4 show-hidden "$2" && rc=0; fi
-      if gs_present $GTK3 show-hidden; then gsettings set $GTK3 show-hidden "$2" || rc=1; fi
-      return $rc ;;
+    gtk4) gsettings set $GTK4 show-hidden "$2" ;;
+    gtk3) gsettings set $GTK3 show-hidden "$2" ;;
     nemo) gsettings set org.nemo.preferences show-hidden-files "$2" ;;
     caja) gsettings set org.mate.caja.preferences show-hidden-files "$2" ;;
     thunar) xfconf-query -c thunar -p /last-show-hidden -n -t bool -s "$2" ;;
     dolphin)
       mkdir -p "${DOLPHIN_GLOBAL%/*}" &&
-        kwriteconfig5 --file "$DOLPHIN_GLOBAL" --group Settings --key HiddenFilesShown --type bool "$2" ;;
+        $(kde_tool kwriteconfig) --file "$DOLPHIN_GLOBAL" --group Settings --key HiddenFilesShown --type bool "$2" ;;
     *) return 1 ;;
   esac
+}
+
+# Writes $2 into setting $1 and reads it back. On failure prints the reason on one line: the tool's
+# last complaint, or what the setting reads instead.
+store_value() {
+  out=$(set_value "$1" "$2" 2>&1 >/dev/null)
+  rc=$?
+  if [ $rc -ne 0 ]; then
+    why=$(printf '%s\n' "$out" | sed '/^[[:space:]]*$/d' | tail -n 1)
+    echo "${why:-the tool ended with status $rc}"
+    return 1
+  fi
+  if ! v=$(get_value "$1"); then
+    echo "it cannot be read back"
+    return 1
+  fi
+  if [ "$v" != "$2" ]; then
+    echo "it still reads $v after writing $2"
+    return 1
+  fi
+  return 0
 }
 
 fm_from_text() {
@@ -75,9 +135,20 @@ fm_from_text() {
   esac
 }
 
-backend_of() {
+fm_title() {
   case $1 in
-    nautilus) echo gtk ;;
+    nautilus) echo "GNOME Files" ;;
+    dolphin) echo Dolphin ;;
+    thunar) echo Thunar ;;
+    nemo) echo Nemo ;;
+    caja) echo Caja ;;
+  esac
+}
+
+# The setting a file manager reads; GNOME Files follows GTK 4's, or GTK 3's where only that one exists.
+setting_of() {
+  case $1 in
+    nautilus) if setting_present gtk4; then echo gtk4; else echo gtk3; fi ;;
     *) echo "$1" ;;
   esac
 }
@@ -143,39 +214,40 @@ primary_fm() {
   return 1
 }
 
-# The backend that tells the current state: the primary file manager's, else the first one present.
-state_backend() {
+# The setting that tells the current state: the primary file manager's, else the first one present.
+state_setting() {
   if fm=$(primary_fm); then
-    b=$(backend_of "$fm")
-    backend_present "$b" && { echo "$b"; return 0; }
+    s=$(setting_of "$fm")
+    setting_present "$s" && { echo "$s"; return 0; }
   fi
-  b=$(present_backends | head -n 1)
-  [ -n "$b" ] && { echo "$b"; return 0; }
-  echo "no supported file-manager setting for hidden files was found (GSettings schemas, xfconf, kwriteconfig5)" >&2
+  s=$(present_settings | head -n 1)
+  [ -n "$s" ] && { echo "$s"; return 0; }
+  echo "$NO_SETTING" >&2
   return 1
 }
 
 current_value() {
-  b=$(state_backend) || return 1
-  get_value "$b" || { echo "cannot read the hidden-files setting of $b" >&2; return 1; }
+  s=$(state_setting) || return 1
+  get_value "$s" || { echo "cannot read the hidden-files setting $(setting_name "$s")" >&2; return 1; }
 }
 
-# Writes the value to every backend present; fails when none took it.
+# Writes the value to every setting present, the primary one first, and reads each back. Fails with
+# one line on standard error when the primary one does not take it; nothing else has been written
+# then, and the primary one is given its old value again. The others are best effort.
 write_all() {
-  wrote=0
-  failed=
-  for b in $(present_backends); do
-    if set_value "$b" "$1" >/dev/null 2>&1; then wrote=$((wrote + 1)); else failed="$failed $b"; fi
-  done
-  if [ $wrote -eq 0 ]; then
-    if [ -n "$failed" ]; then
-      echo "cannot write the hidden-files setting of:$failed" >&2
-    else
-      echo "no supported file-manager setting for hidden files was found (GSettings schemas, xfconf, kwriteconfig5)" >&2
-    fi
+  primary=$(state_setting) || return 1
+  old=$(get_value "$primary") || old=
+  if ! why=$(store_value "$primary" "$1"); then
+    [ -z "$old" ] || set_value "$primary" "$old" >/dev/null 2>&1
+    owner=
+    if fm=$(primary_fm) && [ "$(setting_of "$fm")" = "$primary" ]; then owner=" of $(fm_title "$fm")"; fi
+    echo "cannot store the hidden-files setting$owner ($(setting_name "$primary")): $why" >&2
     return 1
   fi
-  [ -z "$failed" ] || echo "not written:$failed" >&2
+  for s in $(present_settings); do
+    [ "$s" = "$primary" ] && continue
+    why=$(store_value "$s" "$1") || echo "not stored: $(setting_name "$s"): $why" >&2
+  done
   return 0
 }
 
@@ -190,7 +262,7 @@ relaunch_fm() {
   cmdline=$(tr '\0' '\n' <"/proc/$first/cmdline" 2>/dev/null)
   case $name in
     dolphin) kill -TERM $pids 2>/dev/null ;;
-    *) "$name" -q >/dev/null 2>&1 </dev/null || kill -TERM $pids 2>/dev/null ;;
+    *) "$name" -q >/dev/null 2>&1 </dev/null 9>&- || kill -TERM $pids 2>/dev/null ;;
   esac
   tries=0
   while [ -n "$(fm_pids "$name")" ]; do
@@ -207,10 +279,11 @@ relaunch_fm() {
 $cmdline
 END_OF_CMDLINE
   [ $# -gt 0 ] && [ -n "$1" ] || set -- "$name"
+  # The file manager outlives this script: it must not hold the switch lock.
   if have setsid; then
-    setsid "$@" >/dev/null 2>&1 </dev/null &
+    setsid "$@" >/dev/null 2>&1 </dev/null 9>&- &
   else
-    "$@" >/dev/null 2>&1 </dev/null &
+    "$@" >/dev/null 2>&1 </dev/null 9>&- &
   fi
   return 0
 }

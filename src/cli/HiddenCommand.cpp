@@ -5,6 +5,7 @@
 #include "hidden/HiddenManager.h"
 
 #include <QEventLoop>
+#include <QLoggingCategory>
 #include <QTimer>
 
 #include <cstdio>
@@ -18,6 +19,11 @@ void printState(bool shown)
     const QString line = Texts::platformWords(shown ? QStringLiteral("Hidden files are visible in Finder")
                                                     : QStringLiteral("Hidden files are invisible in Finder"));
     std::printf("%s\n", line.toLocal8Bit().constData());
+}
+
+void printFailure(const QString& text)
+{
+    std::fprintf(stderr, "trovix: %s\n", text.toLocal8Bit().constData());
 }
 
 // Reads the state from the file manager; false when it could not be read.
@@ -51,11 +57,13 @@ int runHidden(const QStringList& args)
     settings.setShouldShowInformationAboutAccessibilityAlerts(false);
     settings.setShouldCheckHiddenFilesVisibility(true);
 
+    // The manager logs each failure; here the command's own line says it, once.
+    QLoggingCategory::setFilterRules(QStringLiteral("trovix.hidden.warning=false"));
     HiddenManager& manager = HiddenManager::sharedManager();
     manager.applyStoredValue();
     QEventLoop loop;
     if (!loadState(manager, loop)) {
-        std::fprintf(stderr, "trovix: cannot read the file manager's hidden-files setting (see the message above)\n");
+        printFailure(QStringLiteral("cannot read the file manager's hidden-files setting: ") + manager.lastLoadError());
         return 1;
     }
 
@@ -75,12 +83,11 @@ int runHidden(const QStringList& args)
     });
     loop.exec();
     if (failure) {
-        std::fprintf(stderr, "trovix: the switch failed: %s\n",
-                     failure->localizedDescription().toLocal8Bit().constData());
+        printFailure(failure->localizedDescription());
         return 1;
     }
     if (!loadState(manager, loop)) {
-        std::fprintf(stderr, "trovix: switched, but cannot read the setting back\n");
+        printFailure(QStringLiteral("switched, but cannot read the setting back: ") + manager.lastLoadError());
         return 1;
     }
     printState(manager.isHiddenShown());

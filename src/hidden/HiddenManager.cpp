@@ -292,6 +292,9 @@ void HiddenManager::switchHiddenFilesVisibilityWithCompletion(SwitchCompletion c
     auto done = [self, oldValue, completion](const std::optional<ScriptError>& error) {
         if (!self)
             return;
+        // Every failed switch leaves one line in the log: the script's own, naming the setting and why.
+        if (error)
+            qCWarning(lcHidden, "%s", qPrintable(error->localizedDescription()));
         if (self->m_version.is_10_14_orHigher()) {
             if (error) {
                 self->setCachedIsHiddenShownValue(oldValue);
@@ -541,6 +544,10 @@ void HiddenManager::ShowHiddenDel()
 {
     QFile script(QStringLiteral(":/scripts/AttachedScript.sh"));
     if (!script.open(QIODevice::ReadOnly))
+        return;
+    // Fed on standard input, the script has no folder of its own and looks for its library in the
+    // Scripts folder.
+    if (m_runner.installBackendsLibrary())
         return;
     QProcess process;
     process.setProgram(QStringLiteral("/bin/sh"));

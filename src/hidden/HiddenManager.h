@@ -89,6 +89,8 @@ public:
     bool needsLoadVisibilityState() const { return m_needsLoadVisibilityState; }
     // Whether the last state load got an answer from the file manager (the command line reports it).
     bool lastLoadSucceeded() const { return m_lastLoadSucceeded; }
+    // Why the last state load failed; empty after a success.
+    QString lastLoadError() const { return m_lastLoadError; }
 
     void startTrackingSystemValue();
     void stopTrackingSystemValue();

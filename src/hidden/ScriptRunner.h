@@ -41,6 +41,10 @@ public:
     virtual bool doesScriptWithNameExistInScriptsFolder(const QString& name) const = 0;
     virtual bool doesScriptWithNameExistInBundle(const QString& name) const = 0;
 
+    // Puts the library the hidden-files scripts share where a script run without a folder of its own
+    // (fed on standard input) finds it. Runners without such a library have nothing to do.
+    virtual std::optional<ScriptError> installBackendsLibrary() { return std::nullopt; }
+
     void executeAppleScript(const QString& name, Completion completion)
     {
         executeAppleScript(name, {}, std::move(completion));

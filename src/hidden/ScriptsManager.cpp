@@ -7,6 +7,8 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QSaveFile>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -19,6 +21,18 @@ const QString kBackendsLibrary = QStringLiteral("HiddenFilesBackends");
 ScriptError runnerError(const QString& description = {})
 {
     return ScriptError{ScriptError::appDomain(), -1, description};
+}
+
+// The library's "trovix-backends-version: N" line; 0 when there is none (copies from before the stamp).
+int libraryVersion(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    static const QRegularExpression stamp(QStringLiteral("^# trovix-backends-version: *([0-9]+)"),
+                                          QRegularExpression::MultilineOption);
+    const QRegularExpressionMatch match = stamp.match(QString::fromUtf8(file.read(4096)));
+    return match.hasMatch() ? match.captured(1).toInt() : 0;
 }
 
 QStringList replyLines(const QByteArray& output)
@@ -92,23 +106,33 @@ void ScriptsManager::setApplicationActivation(std::function<bool()> isActive, st
     m_activateApplication = std::move(activate);
 }
 
-std::optional<ScriptError> ScriptsManager::copyFromBundleIfMissing(const QString& name) const
+std::optional<ScriptError> ScriptsManager::copyFromBundleIfMissing(const QString& name, bool replaceOlder) const
 {
     const QString path = scriptFilePathWithName(name, nullptr);
-    if (QFileInfo::exists(path))
+    const QString shipped = bundlePathWithName(name);
+    const bool installed = QFileInfo::exists(path);
+    if (installed && !(replaceOlder && libraryVersion(path) < libraryVersion(shipped)))
         return std::nullopt;
     if (!m_diskAccess.isUserFolderAccessible())
         return runnerError();
-    const QString shipped = bundlePathWithName(name);
-    if (!QFileInfo::exists(shipped))
-        return runnerError();
     QFile source(shipped);
-    if (!source.copy(path))
-        return runnerError(QStringLiteral("Can not copy %1 to %2: %3").arg(shipped, path, source.errorString()));
-    // Copies out of the resources are read-only; the user may want to edit theirs.
+    if (!source.open(QIODevice::ReadOnly))
+        return runnerError();
+    // Written whole or not at all: another process may be sourcing the copy being replaced.
+    QSaveFile target(path);
+    if (!target.open(QIODevice::WriteOnly) || target.write(source.readAll()) < 0 || !target.commit())
+        return runnerError(QStringLiteral("Can not copy %1 to %2: %3").arg(shipped, path, target.errorString()));
+    // The user may want to edit their copy.
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
                                     QFileDevice::ReadOther);
     return std::nullopt;
+}
+
+std::optional<ScriptError> ScriptsManager::installBackendsLibrary()
+{
+    if (!QFileInfo::exists(bundlePathWithName(kBackendsLibrary)))
+        return std::nullopt;
+    return copyFromBundleIfMissing(kBackendsLibrary, true);
 }
 
 void ScriptsManager::executeAppleScript(const QString& name, const QStringList& arguments, Completion completion)
@@ -127,10 +151,8 @@ void ScriptsManager::executeAppleScript(const QString& name, const QStringList& 
     if (auto error = copyFromBundleIfMissing(name))
         return fail(*error);
     // The hidden-files scripts source their shared library from the folder they run in.
-    if (QFileInfo::exists(bundlePathWithName(kBackendsLibrary))) {
-        if (auto error = copyFromBundleIfMissing(kBackendsLibrary))
-            return fail(*error);
-    }
+    if (auto error = installBackendsLibrary())
+        return fail(*error);
 
     const bool changesFocus = doScriptWithNameChangesFocus(name);
     bool wasActive = false;

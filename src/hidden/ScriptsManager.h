@@ -12,7 +12,8 @@ class DiskAccessRestoreManager;
 
 // Runs the shipped scripts out of the user's Scripts folder ($XDG_DATA_HOME/trovix/Scripts/). A
 // script is copied there from the program's resources the first time it is needed and never replaced
-// afterwards, so a copy the user edited keeps being used. Each run is `/bin/sh FILE ARGS...` in its own
+// afterwards, so a copy the user edited keeps being used; only the scripts' shared library is replaced
+// by a newer shipped version. Each run is `/bin/sh FILE ARGS...` in its own
 // process; the reply is its standard-output lines, a non-zero exit an error with its standard error.
 class ScriptsManager : public QObject, public ScriptRunner
 {
@@ -40,8 +41,12 @@ public:
     // The full path in the Scripts folder (created when missing), or "" and an error.
     QString scriptFilePathWithName(const QString& name, ScriptError* error) const;
     QString bundlePathWithName(const QString& name) const;
-    // Copies a shipped script into the Scripts folder unless a copy is there already.
-    std::optional<ScriptError> copyFromBundleIfMissing(const QString& name) const;
+    // Copies a shipped script into the Scripts folder unless a copy is there already; with
+    // replaceOlder, also over a copy whose version stamp is lower than the shipped one's.
+    std::optional<ScriptError> copyFromBundleIfMissing(const QString& name, bool replaceOlder = false) const;
+    // The hidden-files scripts' shared library, which, unlike the catalogue scripts, is replaced when
+    // the program ships a newer version: fixes in it must reach users who installed it before.
+    std::optional<ScriptError> installBackendsLibrary() override;
 
     static bool doScriptWithNameChangesFocus(const QString& name);
     // True while a script that takes the focus from the program runs: losing the focus then is no

@@ -6,6 +6,7 @@
 #include "support/SettingsFixture.h"
 
 #include <QCoreApplication>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <memory>
@@ -205,6 +206,10 @@ private Q_SLOTS:
         QVERIFY(m.isHiddenShown());
         const auto error =
             failed ? std::optional(ScriptError{"com.quorbel.trovix", 1, "error -1743 Finder"}) : std::nullopt;
+        // A failure leaves exactly one line in the log, the script's own.
+        QTest::failOnWarning(QRegularExpression("."));
+        if (failed)
+            QTest::ignoreMessage(QtWarningMsg, "error -1743 Finder");
         QCOMPARE(rig.runner.finish({}, error), kSwitch);
         QVERIFY(!result); // the completion runs on the main queue
         drain();

@@ -1,5 +1,6 @@
 #include "core/UserDefaults.h"
 #include "hidden/DiskAccessRestoreManager.h"
+#include "hidden/HiddenManager.h"
 #include "hidden/ScriptsManager.h"
 #include "support/HiddenScriptRun.h"
 
@@ -101,6 +102,8 @@ class TestHiddenScripts : public QObject
 
     HiddenScriptResult run(const QString& name) { return runHiddenScript(*m_scripts, name); }
 
+    QString lockFile() const { return qEnvironmentVariable("XDG_RUNTIME_DIR") + "/trovix-hidden.lock"; }
+
     // The home folder as a file manager lists it: dot-names first (byte order) when hidden files show,
     // then the other names minus those listed in .hidden when they do not.
     QStringList expectedListing(bool shown) const
@@ -110,7 +113,8 @@ class TestHiddenScripts : public QObject
         names.removeIf([&](const QString& n) { return !shown && (n.startsWith('.') || n == "secret file"); });
         const auto key = [](const QString& n) { return std::pair(!n.startsWith('.'), n.toUtf8()); };
         std::sort(names.begin(), names.end(), [&](const QString& a, const QString& b) { return key(a) < key(b); });
-        return names;
+        // The folder's own entries lead a listing with hidden files, so the reply holds even for an empty folder.
+        return shown ? QStringList{".", ".."} + names : names;
     }
 
 private Q_SLOTS:
@@ -158,7 +162,7 @@ private Q_SLOTS:
     void init()
     {
         qputenv("PATH", m_path);
-        for (const char* var : {"XDG_DATA_DIRS", "XDG_CURRENT_DESKTOP", "FAKE_DIR"})
+        for (const char* var : {"XDG_DATA_DIRS", "XDG_CURRENT_DESKTOP", "FAKE_DIR", "LC_ALL"})
             qunsetenv(var);
         QFile::remove(m_home + "/.config/mimeapps.list");
     }
@@ -167,6 +171,206 @@ private Q_SLOTS:
     {
         QVERIFY(!run("AttachedScript").error);
         QVERIFY(QFile::exists(m_home + "/.local/share/trovix/Scripts/AttachedScript.sh"));
+    }
+
+    // The program feeds "AttachedScript" to `/bin/sh -s`, where it has no folder of its own: the
+    // manager installs the library first, and the script finds it in the Scripts folder.
+    void attachedScriptRunsFromStandardInput()
+    {
+        const QString library = m_home + "/.local/share/trovix/Scripts/HiddenFilesBackends.sh";
+        QFile::remove(library);
+        HiddenManager::Collaborators collaborators;
+        collaborators.runner = m_scripts.get();
+        HiddenManager manager(collaborators);
+        manager.ShowHiddenDel();
+        QVERIFY(QFile::exists(library));
+
+        setAll(true);
+        set("gtk", false);
+        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
+        QFile script(":/scripts/AttachedScript.sh");
+        QVERIFY(script.open(QIODevice::ReadOnly));
+        QProcess sh;
+        sh.setWorkingDirectory("/");
+        sh.start("/bin/sh", {"-s"});
+        QVERIFY(sh.waitForStarted());
+        sh.write(script.readAll());
+        sh.closeWriteChannel();
+        QVERIFY(sh.waitForFinished(30000));
+        QCOMPARE(sh.readAllStandardError(), QByteArray());
+        QCOMPARE(sh.exitCode(), 0);
+        QCOMPARE(sh.readAllStandardOutput(), QByteArray("primary nautilus\ngtk4 false\ngtk3 false\nnemo true\n"
+                                                        "caja true\nthunar true\ndolphin true\n"));
+    }
+
+    // A switch succeeds only when the primary file manager's setting reads the new value back; when it
+    // does not, the switch fails with one line naming that setting and nothing is left changed.
+    void unstoredPrimarySettingFailsAndChangesNothing_data()
+    {
+        QTest::addColumn<QString>("desktop");
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("GTK key file is a folder")
+            << "GNOME" << "keyfile"
+            << "the hidden-files setting of GNOME Files (org.gtk.gtk4.Settings.FileChooser show-hidden): "
+               "The key is not writable";
+        QTest::newRow("gsettings says yes but stores nothing")
+            << "GNOME" << "gsettings" << "(org.gtk.gtk4.Settings.FileChooser show-hidden): it still reads false "
+                                         "after writing true";
+        QTest::newRow("Dolphin's file is a folder") << "KDE" << "dolphin" << "of Dolphin (HiddenFilesShown of ";
+    }
+    void unstoredPrimarySettingFailsAndChangesNothing()
+    {
+        QFETCH(QString, desktop);
+        QFETCH(QString, fault);
+        QFETCH(QString, message);
+        qputenv("XDG_CURRENT_DESKTOP", desktop.toUtf8());
+        setAll(false);
+        const QString keyfile = m_home + "/.config/glib-2.0/settings/keyfile";
+        QTemporaryDir bin;
+        if (fault == "keyfile") {
+            QVERIFY(QFile::rename(keyfile, keyfile + ".aside"));
+            QVERIFY(QDir().mkpath(keyfile));
+        } else if (fault == "dolphin") {
+            QVERIFY(QFile::remove(dolphinFile()));
+            QVERIFY(QDir().mkpath(dolphinFile()));
+        } else {
+            // As with dconf when its service cannot write: the tool ends well, the value stays.
+            QFile fake(bin.filePath("gsettings"));
+            QVERIFY(fake.open(QIODevice::WriteOnly));
+            fake.write("#!/bin/sh\n[ \"$1\" = set ] && exit 0\nexec " +
+                       QFile::encodeName(QStandardPaths::findExecutable("gsettings")) + " \"$@\"\n");
+            fake.close();
+            QVERIFY(fake.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+            qputenv("PATH", QFile::encodeName(bin.path()) + ':' + m_path);
+        }
+        const HiddenScriptResult r = run(kSwitch);
+        qputenv("PATH", m_path);
+        if (fault == "keyfile") {
+            QVERIFY(QDir(keyfile).removeRecursively());
+            QVERIFY(QFile::rename(keyfile + ".aside", keyfile));
+        } else if (fault == "dolphin") {
+            QVERIFY(QDir(dolphinFile()).removeRecursively());
+        }
+        QVERIFY(r.error);
+        QCOMPARE(r.error->code, 1);
+        QVERIFY2(r.error->description.startsWith("cannot store ") && r.error->description.contains(message),
+                 r.errorText());
+        QVERIFY2(!r.error->description.contains('\n'), r.errorText());
+        QCOMPARE(values(), all(false));
+    }
+
+    // GNOME Files on a system that has only GTK 3's file-chooser schema and no other settings tool.
+    void onlyGtk3SchemaIsEnough()
+    {
+        QTemporaryDir bin;
+        QVERIFY(linkBasicTools(bin.path(), {"gsettings"}));
+        QTemporaryDir data;
+        const QString schemas = data.filePath("glib-2.0/schemas");
+        QVERIFY(QDir().mkpath(schemas));
+        QVERIFY(QFile::copy("/usr/share/glib-2.0/schemas/org.gtk.Settings.FileChooser.gschema.xml",
+                            schemas + "/org.gtk.Settings.FileChooser.gschema.xml"));
+        QCOMPARE(tool("glib-compile-schemas", {schemas}), QString());
+        setAll(false);
+        qputenv("XDG_DATA_DIRS", QFile::encodeName(data.path()));
+        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
+        qputenv("PATH", QFile::encodeName(bin.path()));
+        const HiddenScriptResult r = run(kSwitch);
+        const QStringList reply = run(kCheck).reply;
+        qputenv("PATH", m_path);
+        const QString stored = tool("gsettings", {"get", "org.gtk.Settings.FileChooser", "show-hidden"});
+        qunsetenv("XDG_DATA_DIRS");
+        QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(stored, "true");
+        QCOMPARE(reply, expectedListing(true));
+        QCOMPARE(tool("gsettings", {"get", "org.gtk.gtk4.Settings.FileChooser", "show-hidden"}), "false");
+    }
+
+    // Plasma 6 has only the 6 versions of the KDE config tools.
+    void plasma6ConfigTools()
+    {
+        QTemporaryDir bin;
+        QVERIFY(linkBasicTools(bin.path(), {"gsettings", "xfconf-query"}));
+        QVERIFY(QFile::link(QStandardPaths::findExecutable("kwriteconfig5"), bin.filePath("kwriteconfig6")));
+        QVERIFY(QFile::link(QStandardPaths::findExecutable("kreadconfig5"), bin.filePath("kreadconfig6")));
+        setAll(false);
+        qputenv("PATH", QFile::encodeName(bin.path()));
+        qputenv("XDG_CURRENT_DESKTOP", "KDE");
+        const HiddenScriptResult r = run(kSwitch);
+        const QStringList reply = run(kCheck).reply;
+        qputenv("PATH", m_path);
+        QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(values(), all(true));
+        QCOMPARE(reply, expectedListing(true));
+    }
+
+    // A real Dolphin file holds other groups and keys; a switch changes only its own key.
+    void dolphinFileKeepsEverythingElse()
+    {
+        // Group and key to value; the tools may reorder the groups.
+        const auto entries = [](const QByteArray& text) {
+            QMap<QByteArray, QByteArray> map;
+            QByteArray group;
+            for (const QByteArray& line : text.split('\n')) {
+                if (line.startsWith('['))
+                    group = line;
+                else if (line.contains('='))
+                    map[group + line.left(line.indexOf('='))] = line.mid(line.indexOf('=') + 1);
+            }
+            return map;
+        };
+        QVERIFY(QDir().mkpath(QFileInfo(dolphinFile()).path()));
+        const QByteArray before = "[Dolphin]\nTimestamp=2024,3,1,10,0,0.0\nVersion=4\nViewMode=1\n\n"
+                                  "[Settings]\nHiddenFilesShown=false\nSortFoldersFirst=false\n\n"
+                                  "[Details]\nColumns=Name,Size,Date\n";
+        QFile file(dolphinFile());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(before);
+        file.close();
+        qputenv("XDG_CURRENT_DESKTOP", "KDE");
+        const HiddenScriptResult r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(entries(file.readAll()),
+                 entries(QByteArray(before).replace("HiddenFilesShown=false", "HiddenFilesShown=true")));
+    }
+
+    // One hidden-files script at a time, whichever process runs it: a switch waits for the lock that
+    // another holds, and switches started together each see the one before.
+    void switchesTakeTurns()
+    {
+        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
+        setAll(false);
+        QTemporaryDir gate;
+        QProcess holder;
+        holder.start("flock", {lockFile(), "sh", "-c", "while [ ! -e \"$0\" ]; do sleep 0.05; done",
+                               gate.filePath("open")});
+        QVERIFY(holder.waitForStarted());
+        QTRY_VERIFY(QProcess::execute("flock", {"-n", lockFile(), "true"}) != 0);
+        const auto stopHolder = qScopeGuard([&] {
+            QFile(gate.filePath("open")).open(QIODevice::WriteOnly);
+            holder.waitForFinished(5000);
+        });
+        bool done = false;
+        m_scripts->executeAppleScript(kSwitch, [&](const QStringList&, const auto& e) {
+            QVERIFY(!e);
+            done = true;
+        });
+        QTest::qWait(1500);
+        QVERIFY(!done);
+        QCOMPARE(values(), all(false));
+        QVERIFY(QFile(gate.filePath("open")).open(QIODevice::WriteOnly));
+        QTRY_VERIFY_WITH_TIMEOUT(done, 30000);
+        QCOMPARE(values(), all(true));
+
+        int ended = 0;
+        for (int i = 0; i < 4; ++i)
+            m_scripts->executeAppleScript(kSwitch, [&](const QStringList&, const auto& e) {
+                QVERIFY(!e);
+                ++ended;
+            });
+        QTRY_COMPARE_WITH_TIMEOUT(ended, 4, 60000);
+        QCOMPARE(values(), all(true));
     }
 
     void checkReplyFollowsThePrimarySetting_data()
@@ -261,11 +465,7 @@ private Q_SLOTS:
     {
         // Only the basic tools: no gsettings, xfconf-query or kwriteconfig5.
         QTemporaryDir bin;
-        for (const char* t : {"awk", "tr", "sed", "head", "grep", "cat", "id", "mkdir", "sleep", "mktemp", "rm"}) {
-            const QString real = QStandardPaths::findExecutable(t);
-            QVERIFY2(!real.isEmpty(), t);
-            QVERIFY(QFile::link(real, bin.filePath(t)));
-        }
+        QVERIFY(linkBasicTools(bin.path()));
         qputenv("PATH", QFile::encodeName(bin.path()));
         for (const char* name : {"CheckHiddenFilesFisibilityByAskingFinder", "SwitchHiddenFilesVisibility2",
                                  "WriteIntoSystemPreferencesShowHiddens"}) {
@@ -288,7 +488,7 @@ private Q_SLOTS:
         QVERIFY(fake.open(QIODevice::WriteOnly));
         fake.write("#!/bin/sh\n"
                    "if [ \"$1\" = -q ]; then kill \"$(cat \"$FAKE_DIR/pid\")\"; exit 0; fi\n"
-                   "echo $$ > \"$FAKE_DIR/pid\"; echo \"started $*\" >> \"$FAKE_DIR/log\"\n"
+                   "echo $$ > \"$FAKE_DIR/pid\"; echo \"started $* in $LC_ALL\" >> \"$FAKE_DIR/log\"\n"
                    "trap 'exit 0' TERM\n"
                    "while :; do sleep 0.1; done\n");
         fake.close();
@@ -310,12 +510,15 @@ private Q_SLOTS:
         firstPid = first.processId();
 
         setAll(false);
+        qputenv("LC_ALL", "C.UTF-8");
         const HiddenScriptResult r = run("ShowHiddensAndRelaunchFinder");
+        qunsetenv("LC_ALL");
         QVERIFY2(!r.error, r.errorText());
         QTRY_COMPARE_WITH_TIMEOUT(first.state(), QProcess::NotRunning, 5000);
         QCOMPARE(values(), all(true));
-        // Started again with the same arguments.
-        QTRY_COMPARE_WITH_TIMEOUT(read("log"), QByteArray("started --daemon\nstarted --daemon"), 5000);
+        // Started again with the same arguments, in the user's locale.
+        QTRY_COMPARE_WITH_TIMEOUT(read("log"), QByteArray("started --daemon in \nstarted --daemon in C.UTF-8"),
+                                  5000);
         const qint64 secondPid = read("pid").toLongLong();
         QVERIFY(secondPid > 0 && secondPid != firstPid);
     }

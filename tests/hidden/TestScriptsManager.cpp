@@ -73,6 +73,37 @@ private Q_SLOTS:
         QCOMPARE(run(*m, "Echo").reply, QStringList{"shipped"});
     }
 
+    // The scripts' shared library reaches users who installed an older one; a copy of the same or a
+    // later version stays, and so does every catalogue script.
+    void backendsLibraryIsReplacedByANewerVersion_data()
+    {
+        QTest::addColumn<QByteArray>("installed");
+        QTest::addColumn<bool>("replaced");
+        QTest::newRow("from before the stamp") << QByteArray("# no stamp\n") << true;
+        QTest::newRow("older") << QByteArray("# trovix-backends-version: 2\n") << true;
+        QTest::newRow("same") << QByteArray("# trovix-backends-version: 3\n") << false;
+        QTest::newRow("later") << QByteArray("# trovix-backends-version: 12\n") << false;
+    }
+    void backendsLibraryIsReplacedByANewerVersion()
+    {
+        QFETCH(QByteArray, installed);
+        QFETCH(bool, replaced);
+        const QByteArray shipped = "# A library.\n# trovix-backends-version: 3\nword=shipped\n";
+        writeScript(m_bundle, "HiddenFilesBackends", shipped);
+        writeScript(m_bundle, "UsesLibrary", ". \"${0%/*}/HiddenFilesBackends.sh\"; echo \"$word\"\n");
+        writeScript(m_folder, "HiddenFilesBackends", installed + "word=installed\n");
+        writeScript(m_folder, "Echo", "echo mine\n");
+        auto m = make();
+        QCOMPARE(run(*m, "UsesLibrary").reply, QStringList{replaced ? "shipped" : "installed"});
+        QCOMPARE(run(*m, "Echo").reply, QStringList{"mine"});
+        // Fed on standard input, a script has only the installed library to go by.
+        QFile::remove(m_folder + "/HiddenFilesBackends.sh");
+        QVERIFY(!m->installBackendsLibrary());
+        QFile library(m_folder + "/HiddenFilesBackends.sh");
+        QVERIFY(library.open(QIODevice::ReadOnly));
+        QCOMPARE(library.readAll(), shipped);
+    }
+
     void failures_data()
     {
         QTest::addColumn<QByteArray>("text"); // empty: shipped nowhere

@@ -2,6 +2,8 @@
 
 #include "hidden/ScriptRunner.h"
 
+#include <QFile>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <memory>
@@ -29,4 +31,21 @@ inline HiddenScriptResult runHiddenScript(ScriptRunner& runner, const QString& n
     if (!QTest::qWaitFor([&] { return r->done; }, waitMs))
         r->error = ScriptError{QString(), -2, QStringLiteral("did not end")};
     return *r;
+}
+
+// Fills a folder with links to the basic tools the hidden-files scripts use, plus the named ones: a
+// PATH of it stands for a machine without the settings tools. False when a tool is missing here.
+inline bool linkBasicTools(const QString& folder, const QStringList& extra = {})
+{
+    const QStringList basic{QStringLiteral("awk"),   QStringLiteral("tr"),    QStringLiteral("sed"),
+                            QStringLiteral("head"),  QStringLiteral("tail"),  QStringLiteral("grep"),
+                            QStringLiteral("cat"),   QStringLiteral("id"),    QStringLiteral("mkdir"),
+                            QStringLiteral("sleep"), QStringLiteral("mktemp"), QStringLiteral("rm"),
+                            QStringLiteral("flock"), QStringLiteral("setsid")};
+    for (const QString& t : basic + extra) {
+        const QString real = QStandardPaths::findExecutable(t);
+        if (real.isEmpty() || !QFile::link(real, folder + QLatin1Char('/') + t))
+            return false;
+    }
+    return true;
 }
