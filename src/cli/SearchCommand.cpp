@@ -41,6 +41,8 @@ constexpr int kExitInterrupted = 130; // the shell's convention for Ctrl-C
 constexpr int kProgressMillis = 100;
 
 volatile std::sig_atomic_t gInterrupted = 0;
+// The first failed write to standard output (errno), 0 while all went well.
+std::atomic<int> gWriteError{0};
 
 extern "C" void onInterrupt(int)
 {
@@ -51,6 +53,8 @@ struct Options
 {
     QString needle;
     QString folder;
+    QByteArray rawNeedle; // the argument's own bytes (names need not be UTF-8)
+    QByteArray rawFolder;
     uint filter = SearchItemClass::All;
     bool longFormat = false;
     bool countOnly = false;
@@ -129,6 +133,27 @@ int parse(const QStringList& args, Options& options)
     return -1;
 }
 
+// The raw bytes of an argument: the command's arguments are the last ones of the process's, so they
+// are taken from /proc/self/cmdline when they decode to what Qt decoded; else Qt's text re-encoded.
+QByteArray rawArgument(const QString& decoded, const QStringList& args)
+{
+    static const QByteArrayList processArgs = [] {
+        QFile cmdline(QStringLiteral("/proc/self/cmdline"));
+        QByteArrayList list;
+        if (cmdline.open(QIODevice::ReadOnly))
+            list = cmdline.readAll().split('\0');
+        if (!list.isEmpty() && list.last().isEmpty())
+            list.removeLast();
+        return list;
+    }();
+    const qsizetype index = args.lastIndexOf(decoded);
+    const qsizetype processIndex = processArgs.size() - args.size() + index;
+    if (index >= 0 && processIndex >= 0 && processIndex < processArgs.size() &&
+        QFile::decodeName(processArgs.at(processIndex)) == decoded)
+        return processArgs.at(processIndex);
+    return QFile::encodeName(decoded);
+}
+
 // The stored search location when it still names a folder, else the home folder.
 QString defaultFolder()
 {
@@ -139,27 +164,34 @@ QString defaultFolder()
     return QDir::homePath();
 }
 
-void writeAll(const char* data, size_t size)
+// False once a write has failed (this one or an earlier one): the output is then incomplete.
+bool writeAll(const char* data, size_t size)
 {
+    if (gWriteError.load() != 0)
+        return false;
     while (size > 0) {
         const ssize_t done = ::write(STDOUT_FILENO, data, size);
         if (done < 0) {
             if (errno == EINTR)
                 continue;
-            return;
+            int expected = 0;
+            gWriteError.compare_exchange_strong(expected, errno);
+            return false;
         }
         data += done;
         size -= static_cast<size_t>(done);
     }
+    return true;
 }
 
 // Prints matches straight from the walker threads; used when nothing needs classifying.
 class PathPrinter : public WalkerDelegate
 {
 public:
-    PathPrinter(char terminator, bool print)
+    PathPrinter(char terminator, bool print, WalkerControl& control)
         : m_terminator(terminator)
         , m_print(print)
+        , m_control(control)
     {
     }
     ~PathPrinter() override { flush(); }
@@ -167,7 +199,7 @@ public:
     void walkerFileFound(std::string_view name, std::string_view parent, int) override
     {
         m_found.fetch_add(1, std::memory_order_relaxed);
-        if (!m_print)
+        if (!m_print || gInterrupted)
             return;
         // A walk of "/" reports "//usr" one level down: print one slash.
         if (parent.size() > 1 && parent[0] == '/' && parent[1] == '/')
@@ -179,7 +211,8 @@ public:
         m_buffer.append(name);
         m_buffer.push_back(m_terminator);
         if (m_buffer.size() >= kFlushAt) {
-            writeAll(m_buffer.data(), m_buffer.size());
+            if (!writeAll(m_buffer.data(), m_buffer.size()))
+                m_control.cancel(); // nobody reads the rest (a closed pipe, a full disk)
             m_buffer.clear();
         }
     }
@@ -187,7 +220,8 @@ public:
     void flush()
     {
         std::lock_guard lock(m_mutex);
-        writeAll(m_buffer.data(), m_buffer.size());
+        if (!gInterrupted)
+            writeAll(m_buffer.data(), m_buffer.size());
         m_buffer.clear();
     }
     long found() const { return m_found.load(std::memory_order_relaxed); }
@@ -196,6 +230,7 @@ private:
     static constexpr size_t kFlushAt = 256 * 1024;
     const char m_terminator;
     const bool m_print;
+    WalkerControl& m_control;
     std::mutex m_mutex;
     std::string m_buffer;
     std::atomic<long> m_found{0};
@@ -238,32 +273,45 @@ QByteArray longLine(const SearchItem& item)
                              ? QStringLiteral("--")
                              : VolumeName::convertToStringFromFileSize(static_cast<quint64>(item.fileSize));
     const QString date =
-        item.lastUsedDate.isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate) : QStringLiteral("-");
-    const QString kind = item.fileType.isEmpty() ? QStringLiteral("-") : item.fileType;
+        item.lastUsedDate().isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate()) : QStringLiteral("-");
+    const QString kind = item.fileType().isEmpty() ? QStringLiteral("-") : item.fileType();
     return (kind + QLatin1Char('\t') + size + QLatin1Char('\t') + date + QLatin1Char('\t') + classOf(item) +
             QLatin1Char('\t'))
         .toUtf8();
 }
 
-int finish(long found, long total, const Options& options)
+int finish(long found, long total, const Options& options, int skippedFolders)
 {
-    if (options.countOnly)
-        std::printf("Found %ld / %ld\n", found, total);
-    std::fflush(stdout);
+    if (options.countOnly) {
+        const QByteArray line = QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
+        writeAll(line.constData(), static_cast<size_t>(line.size()));
+    }
     if (gInterrupted)
         return kExitInterrupted;
+    if (const int error = gWriteError.load(); error != 0) {
+        std::fprintf(stderr, "trovix search: could not write the results: %s\n", std::strerror(error));
+        return kExitError;
+    }
+    if (skippedFolders > 0) {
+        std::fprintf(stderr, "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
+                     skippedFolders);
+        return kExitError;
+    }
     return found > 0 ? kExitFound : kExitNothing;
 }
 
 // Nothing to classify: the walker's matches go to standard output as they come.
 int searchUnclassified(const QByteArray& root, const QByteArray& needle, const Options& options, Progress& progress)
 {
-    PathPrinter printer(options.nulSeparated ? '\0' : '\n', !options.countOnly);
+    auto control = std::make_shared<WalkerControl>();
+    PathPrinter printer(options.nulSeparated ? '\0' : '\n', !options.countOnly, *control);
     std::mutex mutex;
     std::condition_variable ended;
     bool done = false;
     std::thread scan([&] {
-        walkerScan(SearchManager::walkerOptions(root, needle, &printer));
+        WalkerOptions walk = SearchManager::walkerOptions(root, needle, &printer);
+        walk.control = control;
+        walkerScan(walk);
         std::lock_guard lock(mutex);
         done = true;
         ended.notify_one();
@@ -279,19 +327,19 @@ int searchUnclassified(const QByteArray& root, const QByteArray& needle, const O
         }
         if (gInterrupted && !cancelled) {
             cancelled = true;
-            walkerCancel();
+            control->cancel();
         }
         if (++ticks % (kProgressMillis / 10) == 0)
-            progress.show(printer.found(), walkerTotalFiles());
+            progress.show(printer.found(), control->filesSeen());
     }
     scan.join();
     printer.flush();
     progress.clear();
-    return finish(printer.found(), walkerTotalFiles(), options);
+    return finish(printer.found(), control->filesSeen(), options, control->foldersSkipped());
 }
 
 // Filters or long columns need every match classified: the search manager does it.
-int searchClassified(const QString& root, const Options& options, Progress& progress)
+int searchClassified(const QByteArray& root, const QByteArray& needle, const Options& options, Progress& progress)
 {
     NotificationCenter center;
     SearchManager manager(center);
@@ -302,10 +350,13 @@ int searchClassified(const QString& root, const Options& options, Progress& prog
         if (options.countOnly || options.longFormat)
             return;
         const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
+        if (gInterrupted || gWriteError.load() != 0)
+            return;
         QByteArray out;
         for (; printed < items.size(); ++printed)
             out.append(items.at(printed)->nativeFullPath()).append(terminator);
-        writeAll(out.constData(), static_cast<size_t>(out.size()));
+        if (!writeAll(out.constData(), static_cast<size_t>(out.size())))
+            manager.cancelSearchByButton();
     };
 
     QEventLoop loop;
@@ -321,7 +372,7 @@ int searchClassified(const QString& root, const Options& options, Progress& prog
         progress.show(manager.getFilteredSearchResultArray().size(), manager.totalFiles());
     });
     tick.start(kProgressMillis);
-    if (manager.performSearchWithTemplate(options.needle, root) != SearchManager::StartResult::Started)
+    if (manager.performSearchWithBytes(needle, root) != SearchManager::StartResult::Started)
         return usageError(QStringLiteral("the search could not start"));
     loop.exec();
     tick.stop();
@@ -331,13 +382,22 @@ int searchClassified(const QString& root, const Options& options, Progress& prog
     const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
     if (options.longFormat && !options.countOnly) {
         manager.waitForPackageSizes();
+        QByteArray out;
         for (const SearchItemPtr& item : items) {
-            QByteArray line = longLine(*item);
-            line.append(item->nativeFullPath()).append(terminator);
-            writeAll(line.constData(), static_cast<size_t>(line.size()));
+            if (gInterrupted)
+                break; // the user asked to stop: not one more line
+            out.append(longLine(*item)).append(item->nativeFullPath()).append(terminator);
+            if (out.size() >= 64 * 1024) {
+                if (!writeAll(out.constData(), static_cast<size_t>(out.size())))
+                    break;
+                out.clear();
+            }
         }
+        if (!gInterrupted)
+            writeAll(out.constData(), static_cast<size_t>(out.size()));
     }
-    return finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options);
+    return finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options,
+                  manager.foldersSkipped());
 }
 
 } // namespace
@@ -349,20 +409,22 @@ int runSearch(const QStringList& args)
         return status;
     if (options.needle.isEmpty())
         return usageError(QStringLiteral("the search text is empty: nothing to search"));
-    const QByteArray needle = options.needle.toLower().toUtf8();
-    if (needle.size() >= static_cast<qsizetype>(kSearchNeedleCapacity))
-        return usageError(QStringLiteral("the search text is %1 bytes long; at most %2 are taken")
-                              .arg(needle.size())
-                              .arg(kSearchNeedleCapacity - 1));
+    const QByteArray needle = rawArgument(options.needle, args);
+    if (needle.size() >= static_cast<qsizetype>(kSearchNeedleCapacity)) {
+        QString message = SearchManager::templateTooLongMessage(needle.size());
+        message[0] = message[0].toLower();
+        message.chop(1);
+        return usageError(message);
+    }
 
-    const QString folder = options.folder.isEmpty() ? defaultFolder() : options.folder;
-    const QString root = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
-    const QByteArray rootBytes = QFile::encodeName(root);
+    const QByteArray given = options.folder.isEmpty() ? QFile::encodeName(defaultFolder())
+                                                      : rawArgument(options.folder, args);
+    const QByteArray rootBytes = SearchPaths::cleanFolder(given);
     struct stat info
     {
     };
-    if (::stat(rootBytes.constData(), &info) != 0) {
-        std::fprintf(stderr, "trovix search: %s: %s\n", rootBytes.constData(), std::strerror(errno));
+    if (rootBytes.isEmpty() || ::stat(rootBytes.constData(), &info) != 0) {
+        std::fprintf(stderr, "trovix search: %s: %s\n", given.constData(), std::strerror(errno));
         return kExitError;
     }
     if (!S_ISDIR(info.st_mode)) {
@@ -382,6 +444,7 @@ int runSearch(const QStringList& args)
     Progress progress(isatty(STDERR_FILENO) && (options.countOnly || !isatty(STDOUT_FILENO)));
 
     gInterrupted = 0;
+    gWriteError = 0;
     struct sigaction action
     {
     };
@@ -389,13 +452,16 @@ int runSearch(const QStringList& args)
     {
     };
     action.sa_handler = onInterrupt;
+    // A second Ctrl-C ends the process at once.
+    action.sa_flags = SA_RESETHAND;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, &previous);
     walkerResume();
 
     const bool classify = options.longFormat || options.filter != SearchItemClass::All;
     const int status =
-        classify ? searchClassified(root, options, progress) : searchUnclassified(rootBytes, needle, options, progress);
+        classify ? searchClassified(rootBytes, needle, options, progress)
+                 : searchUnclassified(rootBytes, needle, options, progress);
     sigaction(SIGINT, &previous, nullptr);
     return status;
 }

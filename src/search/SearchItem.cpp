@@ -1,5 +1,14 @@
 #include "SearchItem.h"
 
+#include <QHash>
+#include <QList>
+#include <QMutex>
+
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+
 namespace SearchPaths {
 
 QByteArray collapseSlashes(const QByteArray& path)
@@ -49,7 +58,85 @@ QByteArray lastComponent(const QByteArray& path)
     return p.mid(p.lastIndexOf('/') + 1);
 }
 
+QByteArray cleanFolder(const QByteArray& folder)
+{
+    if (folder.isEmpty())
+        return {};
+    QByteArray path = folder;
+    if (!path.startsWith('/')) {
+        char cwd[PATH_MAX];
+        if (!getcwd(cwd, sizeof cwd))
+            return {};
+        path = QByteArray(cwd) + '/' + path;
+    }
+    QByteArrayList parts;
+    bool climbs = false;
+    for (const QByteArray& part : path.split('/')) {
+        if (part.isEmpty() || part == ".")
+            continue;
+        climbs = climbs || part == "..";
+        parts.append(part);
+    }
+    const QByteArray cleaned = '/' + parts.join('/');
+    if (!climbs)
+        return cleaned;
+    char* resolved = realpath(cleaned.constData(), nullptr);
+    if (!resolved)
+        return {};
+    const QByteArray result(resolved);
+    std::free(resolved);
+    return result;
+}
+
 } // namespace SearchPaths
+
+namespace SearchTypes {
+namespace {
+
+struct Table
+{
+    QMutex mutex;
+    QList<QString> names{QString()};
+    QHash<QString, quint16> indexes{{QString(), quint16(0)}};
+};
+
+Table& table()
+{
+    static Table instance;
+    return instance;
+}
+
+} // namespace
+
+quint16 intern(const QString& name)
+{
+    Table& t = table();
+    QMutexLocker lock(&t.mutex);
+    if (auto it = t.indexes.constFind(name); it != t.indexes.constEnd())
+        return *it;
+    if (t.names.size() > 0xFFFF)
+        return 0;
+    const auto index = static_cast<quint16>(t.names.size());
+    t.names.append(name);
+    t.indexes.insert(name, index);
+    return index;
+}
+
+QString name(quint16 index)
+{
+    Table& t = table();
+    QMutexLocker lock(&t.mutex);
+    return index < t.names.size() ? t.names.at(index) : QString();
+}
+
+} // namespace SearchTypes
+
+QDateTime SearchItem::lastUsedDate() const
+{
+    if (modifiedMSecs == kNoDate)
+        return {};
+    return QDateTime::fromMSecsSinceEpoch(modifiedMSecs, Qt::UTC);
+}
 
 QString SearchItem::fullFileNameWithPath() const
 {
@@ -58,12 +145,12 @@ QString SearchItem::fullFileNameWithPath() const
 
 QByteArray SearchItem::nativeFullPath() const
 {
-    return SearchPaths::join(rawFilePath, rawFileName);
+    return SearchPaths::join(rawFilePath(), rawFileName);
 }
 
 QString SearchItem::enclosingFolderName() const
 {
-    return QString::fromUtf8(SearchPaths::lastComponent(rawFilePath));
+    return QString::fromUtf8(SearchPaths::lastComponent(rawFilePath()));
 }
 
 uint SearchItem::foundMaskBits() const

@@ -4,7 +4,9 @@
 #include <QDateTime>
 #include <QString>
 
+#include <cstdint>
 #include <memory>
+#include <string_view>
 
 // The classes of found items, as bits of the filter and found masks.
 namespace SearchItemClass {
@@ -14,29 +16,60 @@ constexpr uint PackageContents = 4;
 constexpr uint All = Regular | Hidden | PackageContents;
 } // namespace SearchItemClass
 
-// One found file. Built on a walker thread, then owned by the search manager's lists on the main
-// thread; only the main thread changes it after that (fileSize of a package). Names that are not
-// UTF-8 are shown with replacement characters; rawFileName / rawFilePath keep the real bytes, and every
-// action on the file uses nativeFullPath().
-struct SearchItem
+// The facts of one folder a search found items in, shared by all of them.
+struct SearchFolder
 {
+    QByteArray path;        // as the walker reports it (a walk of "/" gives "//usr"), raw bytes
+    bool inPackage = false; // the folder or one above it is a package
+    bool inHidden = false;  // the folder or one above it is hidden
+};
+using SearchFolderPtr = std::shared_ptr<const SearchFolder>;
+
+// Interned MIME type names: items keep a small index instead of a string. Index 0 is the empty name
+// (an item that could not be read).
+namespace SearchTypes {
+quint16 intern(const QString& name);
+QString name(quint16 index);
+} // namespace SearchTypes
+
+// One found file, kept small since a search may hold millions: the folder's facts are shared, the name
+// is kept once as raw bytes (display strings are made when asked for), the type is an index. Built on
+// a walker thread, then owned by the search manager's lists on the main thread; only the main thread
+// changes it after that (fileSize of a package). Every action on the file uses nativeFullPath().
+class SearchItem
+{
+public:
+    static constexpr qint64 kNoDate = INT64_MIN;
+
+    SearchItem() = default;
+    SearchItem(QByteArray name, SearchFolderPtr folder)
+        : rawFileName(std::move(name))
+        , m_folder(std::move(folder))
+    {
+    }
+
     qint64 itemID = 0;
-    QString fileName;
-    QString filePath;
-    QString fileType;    // MIME type name; "inode/directory" for a folder; empty when unreadable
-    qint64 fileSize = 0; // -1 for a plain folder; a package's contents sum once counted
-    QDateTime lastUsedDate;
+    QByteArray rawFileName;
+    qint64 fileSize = 0;              // -1 for a plain folder; a package's contents sum once counted
+    qint64 modifiedMSecs = kNoDate;   // modification time, ms since the epoch
+    quint16 typeIndex = 0;            // into SearchTypes
     bool fileHidden = false;
     bool fileInHiddenFolder = false;
     bool filePackage = false;
     bool fileInPackage = false;
 
-    QByteArray rawFileName;
-    QByteArray rawFilePath;
+    // Names that are not UTF-8 are shown with replacement characters.
+    QString fileName() const { return QString::fromUtf8(rawFileName); }
+    QString filePath() const { return QString::fromUtf8(rawFilePath()); }
+    QByteArray rawFilePath() const { return m_folder ? m_folder->path : QByteArray(); }
+    const SearchFolderPtr& folder() const { return m_folder; }
+    // MIME type name; "inode/directory" for a folder; empty when unreadable.
+    QString fileType() const { return SearchTypes::name(typeIndex); }
+    QDateTime lastUsedDate() const;
 
     QString fullFileNameWithPath() const;
     QString enclosingFolderName() const;
-    QString enclosingFolderForSorting() const { return filePath; }
+    QString enclosingFolderForSorting() const { return filePath(); }
     QByteArray nativeFullPath() const;
 
     // The bits this item adds to the search's found mask. It looks only at the item's own hidden
@@ -44,6 +77,9 @@ struct SearchItem
     uint foundMaskBits() const;
     // Whether the item belongs in the filtered list under this mask (the three classes are disjoint).
     bool passesFilter(uint filterMask) const;
+
+private:
+    SearchFolderPtr m_folder;
 };
 
 using SearchItemPtr = std::shared_ptr<SearchItem>;
@@ -55,4 +91,8 @@ QByteArray collapseSlashes(const QByteArray& path);
 // The folder above a path; "/" above "/x"; empty above "/" or a bare name.
 QByteArray parentOf(const QByteArray& path);
 QByteArray lastComponent(const QByteArray& path);
+// The folder a search walks, made from what the user gave: absolute (relative to the working folder),
+// repeated slashes and "." parts dropped, no trailing slash. ".." is resolved by the file system
+// (realpath), since a link's ".." is not the folder the text names; empty when it cannot be.
+QByteArray cleanFolder(const QByteArray& folder);
 } // namespace SearchPaths

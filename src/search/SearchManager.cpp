@@ -6,20 +6,27 @@
 #include "util/MainQueue.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
+#include <QFile>
 #include <QMimeDatabase>
-#include <QtConcurrent/QtConcurrentRun>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <shared_mutex>
+#include <string>
 #include <system_error>
+#include <unordered_map>
 
 namespace {
 
-constexpr qsizetype kSniffBytes = 4096;
+// A ".hidden" larger than this is not a list of names someone keeps by hand: it is ignored.
+constexpr off_t kHiddenListMax = 1024 * 1024;
+// Names without an extension are cached by the whole name, up to this many per search.
+constexpr size_t kMaxWholeNameKeys = 65536;
+constexpr unsigned kStatFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+constexpr unsigned kStatMask = STATX_TYPE | STATX_SIZE | STATX_MTIME;
 
 bool statNoFollow(const QByteArray& path, struct statx& info)
 {
@@ -32,39 +39,50 @@ QDateTime toDate(const statx_timestamp& t)
     return QDateTime::fromMSecsSinceEpoch(t.tv_sec * 1000 + t.tv_nsec / 1000000, Qt::UTC);
 }
 
-// The MIME type of a file whose lstat-like facts are known; follows a link to name its target.
-QString typeOfFile(const QByteArray& path, const struct statx& linkInfo)
+// The names listed in a ".hidden" (one exact name per line, nothing trimmed), read only when it is a
+// regular file of a sensible size: a link to /dev/zero or a huge file is no list.
+QSet<QByteArray> readHiddenList(int dirFd, const char* name)
 {
-    struct statx info = linkInfo;
-    if (S_ISLNK(info.stx_mode) &&
-        statx(AT_FDCWD, path.constData(), AT_NO_AUTOMOUNT, STATX_TYPE | STATX_SIZE, &info) != 0)
-        return QStringLiteral("inode/symlink");
-    const mode_t mode = info.stx_mode;
-    if (S_ISDIR(mode))
-        return QStringLiteral("inode/directory");
-    if (S_ISCHR(mode))
-        return QStringLiteral("inode/chardevice");
-    if (S_ISBLK(mode))
-        return QStringLiteral("inode/blockdevice");
-    if (S_ISFIFO(mode))
-        return QStringLiteral("inode/fifo");
-    if (S_ISSOCK(mode))
-        return QStringLiteral("inode/socket");
-    static const QMimeDatabase db;
-    const QString name = QString::fromUtf8(SearchPaths::lastComponent(path));
-    const QMimeType byName = db.mimeTypeForFile(name, QMimeDatabase::MatchExtension);
-    if (!byName.isDefault())
-        return byName.name();
-    // No telling extension: look at the first bytes, read by the real path (names need not be UTF-8).
-    QByteArray head;
-    const int fd = open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd >= 0) {
-        head.resize(kSniffBytes);
-        const ssize_t got = read(fd, head.data(), static_cast<size_t>(head.size()));
-        head.resize(got > 0 ? got : 0);
+    QSet<QByteArray> names;
+    const int fd = openat(dirFd, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0)
+        return names;
+    struct stat info
+    {
+    };
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kHiddenListMax) {
         close(fd);
+        return names;
     }
-    return db.mimeTypeForData(head).name();
+    QByteArray content(static_cast<qsizetype>(info.st_size) + 1, Qt::Uninitialized);
+    qsizetype have = 0;
+    ssize_t got;
+    while (have < content.size() && (got = read(fd, content.data() + have, static_cast<size_t>(content.size() - have))) > 0)
+        have += got;
+    close(fd);
+    content.truncate(std::min<qsizetype>(have, kHiddenListMax));
+    for (const QByteArray& line : content.split('\n'))
+        if (!line.isEmpty())
+            names.insert(line);
+    return names;
+}
+
+// The part of a name its type is told by: from the last dot (two short parts as in ".tar.gz"), or the
+// whole name when it has no extension.
+std::string_view typeKey(std::string_view name)
+{
+    const size_t last = name.rfind('.');
+    if (last == std::string_view::npos || last == 0)
+        return name;
+    const size_t before = name.rfind('.', last - 1);
+    if (before != std::string_view::npos && before > 0 && last - before - 1 <= 4)
+        return name.substr(before);
+    return name.substr(last);
+}
+
+quint16 fixedType(const char* name)
+{
+    return SearchTypes::intern(QString::fromLatin1(name));
 }
 
 qint64 sumOfContents(const QByteArray& folder)
@@ -84,9 +102,33 @@ qint64 sumOfContents(const QByteArray& folder)
     return total;
 }
 
+// Matches classified on one walker thread, handed over once per folder.
+thread_local std::vector<std::pair<int, SearchItemPtr>> t_batch;
+
 } // namespace
 
-// Forwards one scan's matches to the manager, tagged with the search they belong to.
+struct SearchManager::TypeCache
+{
+    struct Hash
+    {
+        using is_transparent = void;
+        size_t operator()(std::string_view key) const { return std::hash<std::string_view>{}(key); }
+    };
+    std::shared_mutex mutex;
+    std::unordered_map<std::string, quint16, Hash, std::equal_to<>> types;
+    size_t wholeNames = 0;
+};
+
+// What a search knows of one folder it walked: the facts its items share, and its ".hidden" names.
+struct SearchManager::FolderFacts
+{
+    SearchFolderPtr folder;
+    QSet<QByteArray> hiddenNames;
+};
+
+// Classifies one scan's matches on the walker threads and hands them to the manager, tagged with the
+// search they belong to. The facts of a folder are hung on the walker's node the first time a match
+// in it or below it needs them.
 class SearchManager::ScanSink : public WalkerDelegate
 {
 public:
@@ -95,13 +137,67 @@ public:
         , m_generation(generation)
     {
     }
-    void walkerFileFound(std::string_view name, std::string_view parentPath, int) override
+    void walkerEntryFound(const WalkerFolder& folder, std::string_view name, unsigned char, int) override
     {
-        m_manager->queueItem(m_generation, m_manager->makeItem(name, parentPath));
+        const FolderFacts* facts = factsOf(folder.node, folder.fd);
+        SearchItemPtr item = m_manager->classify(folder.fd, name.data(), name, facts->folder, facts->hiddenNames);
+        t_batch.emplace_back(m_generation, std::move(item));
     }
+    void walkerFolderDone(const WalkerFolder&) override
+    {
+        if (!t_batch.empty())
+            m_manager->queueItems(t_batch);
+    }
+    void walkerReleaseFolderData(void* data) override { delete static_cast<FolderFacts*>(data); }
     void walkerSearchInterrupted() override { m_manager->searchInterruptedObjC(); }
 
 private:
+    static FolderFacts* factsHungOn(WalkerNode* node)
+    {
+        return static_cast<FolderFacts*>(node->delegateData.load(std::memory_order_acquire));
+    }
+
+    // fd is open on node while node is being listed, else -1 (its listing is then complete).
+    FolderFacts* factsOf(WalkerNode* node, int fd)
+    {
+        if (FolderFacts* known = factsHungOn(node))
+            return known;
+        std::vector<WalkerNode*> chain;
+        for (WalkerNode* n = node; n && !factsHungOn(n); n = n->parent)
+            chain.push_back(n);
+        FolderFacts* above = chain.back()->parent ? factsHungOn(chain.back()->parent) : nullptr;
+        for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+            WalkerNode* n = *it;
+            auto* made = new FolderFacts;
+            auto folder = std::make_shared<SearchFolder>();
+            folder->path = QByteArray(n->path.data(), static_cast<qsizetype>(n->path.size()));
+            if (!above) {
+                // The searched folder: what lies above it is looked up once per search.
+                const QByteArray probe = SearchPaths::join(folder->path, "x");
+                folder->inPackage = isFilePackagedAtPath(probe);
+                folder->inHidden = m_manager->isFileInHiddenFolderAtPath(probe);
+            } else {
+                const std::string_view name = n->name();
+                folder->inPackage = above->folder->inPackage || hasBundleExtension(name);
+                folder->inHidden = above->folder->inHidden || name.starts_with('.') ||
+                                   above->hiddenNames.contains(QByteArray::fromRawData(
+                                       name.data(), static_cast<qsizetype>(name.size())));
+            }
+            if (n == node && fd >= 0)
+                made->hiddenNames = readHiddenList(fd, ".hidden");
+            else if (n->listsDotHidden)
+                made->hiddenNames = readHiddenList(AT_FDCWD, (n->path + "/.hidden").c_str());
+            made->folder = std::move(folder);
+            void* expected = nullptr;
+            if (!n->delegateData.compare_exchange_strong(expected, made, std::memory_order_acq_rel)) {
+                delete made; // another walker was first
+                made = static_cast<FolderFacts*>(expected);
+            }
+            above = made;
+        }
+        return above;
+    }
+
     SearchManager* m_manager;
     int m_generation;
 };
@@ -109,16 +205,19 @@ private:
 SearchManager::SearchManager(NotificationCenter& center, QObject* parent)
     : QObject(parent)
     , m_center(center)
+    , m_typeCache(std::make_unique<TypeCache>())
 {
     m_sizePool.setMaxThreadCount(1);
+    // Replaced searches may linger on a slow delegate; the next one gets a thread of its own.
+    m_scanPool.setMaxThreadCount(4);
 }
 
 SearchManager::~SearchManager()
 {
-    if (m_scan.isRunning()) {
-        walkerCancel();
-        m_scan.waitForFinished();
-    }
+    if (m_control)
+        m_control->cancel();
+    walkerCancel();
+    m_scanPool.waitForDone();
     m_sizePool.clear();
     m_sizePool.waitForDone();
 }
@@ -147,8 +246,35 @@ void SearchManager::performSearchWithDefaults()
 
 SearchManager::StartResult SearchManager::performSearchWithTemplate(const QString& searchText, const QString& folder)
 {
+    const StartResult result = performSearchWithBytes(searchText.toUtf8(), QFile::encodeName(folder));
     m_searchTemplate = searchText;
     m_searchLocation = folder;
+    return result;
+}
+
+QString SearchManager::templateTooLongMessage(qsizetype bytes)
+{
+    return QStringLiteral("The search text is %1 bytes long; at most %2 are taken.")
+        .arg(bytes)
+        .arg(kSearchNeedleCapacity - 1);
+}
+
+void SearchManager::startNewGeneration()
+{
+    if (m_control)
+        m_control->cancel();
+    m_control.reset();
+    ++m_generation;
+    m_searching = false;
+}
+
+SearchManager::StartResult SearchManager::performSearchWithBytes(const QByteArray& searchText, const QByteArray& folder)
+{
+    // Whatever ran before is over, even when this start searches nothing.
+    startNewGeneration();
+    m_searchTemplate = QString::fromUtf8(searchText);
+    m_searchLocation = QFile::decodeName(folder);
+    m_lastStartMessage.clear();
     m_searchResultArray.clear();
     m_filteredSearchResultArray.clear();
     if (m_searchResultDialog)
@@ -156,13 +282,13 @@ SearchManager::StartResult SearchManager::performSearchWithTemplate(const QStrin
     resumeSearchIfStopped();
     m_foundItemsMask = 0;
 
-    const QString lower = searchText.toLower();
-    if (folder.isEmpty() || lower.isEmpty())
+    if (folder.isEmpty() || searchText.isEmpty())
         return StartResult::EmptyInput;
-    const QByteArray needle = lower.toUtf8();
-    if (needle.size() >= static_cast<qsizetype>(kSearchNeedleCapacity))
+    if (searchText.size() >= static_cast<qsizetype>(kSearchNeedleCapacity)) {
+        m_lastStartMessage = templateTooLongMessage(searchText.size());
+        Q_EMIT searchRefused(m_lastStartMessage);
         return StartResult::TemplateTooLong;
-    const QByteArray root = folder.toUtf8();
+    }
 
     openSearchResultDialog();
     m_itemsCounter = 0;
@@ -171,7 +297,12 @@ SearchManager::StartResult SearchManager::performSearchWithTemplate(const QStrin
         m_hiddenNames.clear();
         m_inHiddenFolder.clear();
     }
-    findFiles(needle, root, [this] {
+    {
+        std::unique_lock lock(m_typeCache->mutex);
+        m_typeCache->types.clear();
+        m_typeCache->wholeNames = 0;
+    }
+    findFiles(searchText, folder, [this] {
         if (m_searchResultDialog)
             m_searchResultDialog->searchCompleted();
     });
@@ -183,7 +314,7 @@ WalkerOptions SearchManager::walkerOptions(const QByteArray& folder, const QByte
                                            WalkerDelegate* delegate)
 {
     WalkerOptions options;
-    options.rootPath = folder.toStdString();
+    options.rootPath = SearchPaths::cleanFolder(folder).toStdString();
     options.needle = lowerTemplate.toStdString();
     options.delegate = delegate;
     options.unenteredFolders = MountTable::virtualMountPoints(MountTable::read());
@@ -193,11 +324,18 @@ WalkerOptions SearchManager::walkerOptions(const QByteArray& folder, const QByte
 void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray& folder,
                               std::function<void()> completion)
 {
+    if (m_control)
+        m_control->cancel();
     const int generation = ++m_generation;
+    auto control = std::make_shared<WalkerControl>();
+    m_control = control;
     m_searching = true;
-    m_scan = QtConcurrent::run([this, generation, lowerTemplate, folder, completion = std::move(completion)] {
+    m_scanPool.start([this, generation, control, lowerTemplate, folder,
+                      completion = std::move(completion)] {
         ScanSink sink(this, generation);
-        walkerScan(walkerOptions(folder, lowerTemplate, &sink));
+        WalkerOptions options = walkerOptions(folder, lowerTemplate, &sink);
+        options.control = control;
+        walkerScan(options);
         MainQueue::async(this, [this, generation, completion] {
             if (generation != m_generation.load())
                 return;
@@ -212,46 +350,117 @@ void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray&
 
 void SearchManager::fileFoundObjCWithFile(std::string_view name, std::string_view path, qint64)
 {
-    queueItem(m_generation.load(), makeItem(name, path));
+    std::vector<std::pair<int, SearchItemPtr>> one;
+    one.emplace_back(m_generation.load(), makeItem(name, path));
+    queueItems(one);
 }
 
 SearchItemPtr SearchManager::makeItem(std::string_view name, std::string_view path)
 {
-    auto item = std::make_shared<SearchItem>();
-    item->itemID = m_itemsCounter.fetch_add(1, std::memory_order_relaxed);
-    item->rawFileName = QByteArray(name.data(), static_cast<qsizetype>(name.size()));
-    item->rawFilePath = QByteArray(path.data(), static_cast<qsizetype>(path.size()));
-    item->fileName = QString::fromUtf8(item->rawFileName);
-    item->filePath = QString::fromUtf8(item->rawFilePath);
-    const QByteArray full = item->nativeFullPath();
+    auto folder = std::make_shared<SearchFolder>();
+    folder->path = QByteArray(path.data(), static_cast<qsizetype>(path.size()));
+    const QByteArray rawName(name.data(), static_cast<qsizetype>(name.size()));
+    const QByteArray full = SearchPaths::join(folder->path, rawName);
+    folder->inPackage = isFilePackagedAtPath(full);
+    folder->inHidden = isFileInHiddenFolderAtPath(full);
+    const QSet<QByteArray> hidden = hiddenNamesIn(SearchPaths::parentOf(full));
+    return classify(AT_FDCWD, full.constData(), name, std::move(folder), hidden);
+}
 
+quint16 SearchManager::typeFromName(std::string_view name)
+{
+    const std::string_view key = typeKey(name);
+    TypeCache& cache = *m_typeCache;
+    {
+        std::shared_lock lock(cache.mutex);
+        if (auto it = cache.types.find(key); it != cache.types.end())
+            return it->second;
+    }
+    static const QMimeDatabase db;
+    const QString type =
+        db.mimeTypeForFile(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())),
+                           QMimeDatabase::MatchExtension)
+            .name();
+    const quint16 index = SearchTypes::intern(type);
+    std::unique_lock lock(cache.mutex);
+    const bool whole = key.size() == name.size();
+    if (!whole || cache.wholeNames < kMaxWholeNameKeys) {
+        if (cache.types.emplace(std::string(key), index).second && whole)
+            ++cache.wholeNames;
+    }
+    return index;
+}
+
+SearchItemPtr SearchManager::classify(int dirFd, const char* statName, std::string_view name, SearchFolderPtr folder,
+                                      const QSet<QByteArray>& hiddenNames)
+{
+    static const quint16 kDirectory = fixedType("inode/directory");
+    static const quint16 kSymlink = fixedType("inode/symlink");
+    static const quint16 kCharDevice = fixedType("inode/chardevice");
+    static const quint16 kBlockDevice = fixedType("inode/blockdevice");
+    static const quint16 kFifo = fixedType("inode/fifo");
+    static const quint16 kSocket = fixedType("inode/socket");
+
+    auto item = std::make_shared<SearchItem>(QByteArray(name.data(), static_cast<qsizetype>(name.size())),
+                                             std::move(folder));
+    item->itemID = m_itemsCounter.fetch_add(1, std::memory_order_relaxed);
     struct statx info
     {
     };
-    if (!statNoFollow(full, info))
+    if (statx(dirFd, statName, kStatFlags, kStatMask, &info) != 0)
         return item; // vanished since it was listed: kept, with empty attributes
-    item->fileType = typeOfFile(full, info);
-    item->lastUsedDate = toDate(info.stx_mtime);
-    item->filePackage = S_ISDIR(info.stx_mode) && hasBundleExtension(item->rawFileName);
-    item->fileInPackage = isFilePackagedAtPath(full);
+    const SearchFolder& where = *item->folder();
+    item->modifiedMSecs = info.stx_mtime.tv_sec * 1000 + info.stx_mtime.tv_nsec / 1000000;
+    mode_t mode = info.stx_mode;
+    if (S_ISLNK(mode)) {
+        // Named by what it points to.
+        struct statx target
+        {
+        };
+        mode = statx(dirFd, statName, AT_NO_AUTOMOUNT, STATX_TYPE, &target) == 0 ? target.stx_mode : 0;
+    }
+    if (S_ISDIR(mode))
+        item->typeIndex = kDirectory;
+    else if (S_ISREG(mode))
+        item->typeIndex = typeFromName(name);
+    else if (S_ISCHR(mode))
+        item->typeIndex = kCharDevice;
+    else if (S_ISBLK(mode))
+        item->typeIndex = kBlockDevice;
+    else if (S_ISFIFO(mode))
+        item->typeIndex = kFifo;
+    else if (S_ISSOCK(mode))
+        item->typeIndex = kSocket;
+    else
+        item->typeIndex = kSymlink; // a dangling link
+    item->filePackage = S_ISDIR(info.stx_mode) && hasBundleExtension(name);
+    item->fileInPackage = where.inPackage;
     if (item->filePackage) {
         item->fileSize = 0;
         getFolderSizeForSearchItem(item);
-    } else if (item->fileType == QLatin1String("inode/directory")) {
+    } else if (S_ISDIR(mode)) {
         item->fileSize = -1;
     } else {
         item->fileSize = static_cast<qint64>(info.stx_size);
     }
-    item->fileHidden = item->fileInPackage ? false : getFileTypeHidden(full);
-    item->fileInHiddenFolder = isFileInHiddenFolderAtPath(full);
+    item->fileHidden =
+        !where.inPackage &&
+        (name.starts_with('.') ||
+         (!hiddenNames.isEmpty() &&
+          hiddenNames.contains(QByteArray::fromRawData(name.data(), static_cast<qsizetype>(name.size())))));
+    item->fileInHiddenFolder = where.inHidden;
     return item;
 }
 
-void SearchManager::queueItem(int generation, SearchItemPtr item)
+void SearchManager::queueItems(std::vector<std::pair<int, SearchItemPtr>>& items)
 {
     QMutexLocker lock(&m_pendingMutex);
     const bool first = m_pending.empty();
-    m_pending.emplace_back(generation, std::move(item));
+    if (first)
+        m_pending.swap(items);
+    else
+        std::move(items.begin(), items.end(), std::back_inserter(m_pending));
+    items.clear();
     if (first)
         MainQueue::async(this, [this] { applyPendingItems(); });
 }
@@ -286,7 +495,8 @@ void SearchManager::appendItem(const SearchItemPtr& item)
 void SearchManager::cancelSearchByButton()
 {
     m_startTime = static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
-    walkerCancel();
+    if (m_control)
+        m_control->cancelAndWait();
 }
 
 void SearchManager::resumeSearchIfStopped()
@@ -301,7 +511,7 @@ void SearchManager::openSearchResultDialog()
 
 qint64 SearchManager::totalFiles() const
 {
-    return static_cast<qint64>(walkerTotalFiles());
+    return m_control ? static_cast<qint64>(m_control->filesSeen()) : 0;
 }
 
 void SearchManager::removeItemsWithIndexSet(const QList<int>& indexes)
@@ -318,7 +528,7 @@ void SearchManager::removeItemsWithIndexSet(const QList<int>& indexes)
     }
     for (const QByteArray& package : packages)
         for (const SearchItemPtr& item : std::as_const(m_searchResultArray))
-            if (SearchPaths::collapseSlashes(item->rawFilePath).contains(package))
+            if (SearchPaths::collapseSlashes(item->rawFilePath()).contains(package))
                 doomed.insert(item.get());
     const auto isDoomed = [&doomed](const SearchItemPtr& item) { return doomed.contains(item.get()); };
     m_searchResultArray.removeIf(isDoomed);
@@ -332,12 +542,23 @@ void SearchManager::clearSearchResultsArray()
 
 bool SearchManager::hasBundleExtension(const QByteArray& name)
 {
-    static const QList<QByteArray> extensions = {"app",   "bundle",        "framework", "plugin", "kext",  "xpc",
-                                                 "appex", "photoslibrary", "rtfd",      "pkg",    "appdir"};
-    const qsizetype dot = name.lastIndexOf('.');
-    if (dot <= 0 || dot == name.size() - 1)
+    return hasBundleExtension(std::string_view(name.constData(), static_cast<size_t>(name.size())));
+}
+
+bool SearchManager::hasBundleExtension(std::string_view name)
+{
+    static constexpr std::string_view extensions[] = {"app",  "bundle", "framework",     "plugin", "kext", "xpc",
+                                                      "appex", "photoslibrary", "rtfd", "pkg",    "appdir"};
+    const size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot == 0 || dot == name.size() - 1)
         return false;
-    return extensions.contains(name.mid(dot + 1).toLower());
+    const std::string_view extension = name.substr(dot + 1);
+    const auto sameIgnoringCase = [extension](std::string_view candidate) {
+        return candidate.size() == extension.size() &&
+               std::equal(candidate.begin(), candidate.end(), extension.begin(),
+                          [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + ('a' - 'A') : b); });
+    };
+    return std::any_of(std::begin(extensions), std::end(extensions), sameIgnoringCase);
 }
 
 bool SearchManager::isFilePackage(const QByteArray& path)
@@ -365,20 +586,7 @@ QSet<QByteArray> SearchManager::hiddenNamesIn(const QByteArray& folder)
         if (auto it = m_hiddenNames.constFind(folder); it != m_hiddenNames.constEnd())
             return *it;
     }
-    QSet<QByteArray> names;
-    const int fd = open(SearchPaths::join(folder, ".hidden").constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd >= 0) {
-        QByteArray content;
-        char chunk[4096];
-        ssize_t got;
-        while ((got = read(fd, chunk, sizeof chunk)) > 0 && content.size() < 16 * 1024 * 1024)
-            content.append(chunk, got);
-        close(fd);
-        // One exact name per line, nothing trimmed.
-        for (const QByteArray& line : content.split('\n'))
-            if (!line.isEmpty())
-                names.insert(line);
-    }
+    const QSet<QByteArray> names = readHiddenList(AT_FDCWD, SearchPaths::join(folder, ".hidden").constData());
     QMutexLocker lock(&m_hiddenMutex);
     m_hiddenNames.insert(folder, names);
     return names;

@@ -4,7 +4,6 @@
 #include "search/Walker.h"
 
 #include <QDateTime>
-#include <QFuture>
 #include <QHash>
 #include <QList>
 #include <QMutex>
@@ -15,6 +14,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -31,8 +31,10 @@ public:
 
 // The process-wide controller of the file search: runs the walker off the main thread, classifies
 // every match into a SearchItem on the walker thread, and keeps two lists on the main thread: every
-// match, and the matches passing filterMask. Matches reach the lists in batches (one queued call per
-// batch, not per match). Only one search runs at a time in the process (the walker's state is global).
+// match, and the matches passing filterMask. Classification never reads a file's contents (that would
+// change its access time): the facts of a folder are worked out once per folder, each match costs one
+// stat relative to the open folder, and the type comes from the name. Each search has its own walker
+// control: a cancelled or replaced search stops for good, and the next one never waits for it.
 class SearchManager : public QObject
 {
     Q_OBJECT
@@ -54,8 +56,13 @@ public:
 
     void performSearchWithDefaults();
     StartResult performSearchWithTemplate(const QString& searchText, const QString& folder);
-    // Runs the walker on the global pool with a lower-case template; the completion runs on the main
-    // thread. A completion of a search that has since been replaced by a newer one is dropped.
+    // The same with the raw bytes of the text and folder (names need not be UTF-8).
+    StartResult performSearchWithBytes(const QByteArray& searchText, const QByteArray& folder);
+    // Why the last start searched nothing, for the user ("" after a start that ran).
+    QString lastStartMessage() const { return m_lastStartMessage; }
+    static QString templateTooLongMessage(qsizetype bytes);
+    // Runs the walker on the global pool with a template (ASCII letters are folded); the completion runs
+    // on the main thread. A completion of a search that has since been replaced by a newer one is dropped.
     void findFiles(const QByteArray& lowerTemplate, const QByteArray& folder, std::function<void()> completion);
     // Called for each match, from any thread.
     void fileFoundObjCWithFile(std::string_view name, std::string_view path, qint64 totalFilesCount);
@@ -65,6 +72,8 @@ public:
     void searchInterruptedObjC() {}
     void openSearchResultDialog();
     qint64 totalFiles() const;
+    // Folders of the current search that could not be opened for want of descriptors or memory.
+    int foldersSkipped() const { return m_control ? m_control->foldersSkipped() : 0; }
     bool isSearching() const { return m_searching; }
 
     QList<SearchItemPtr>& getSearchResultArray() { return m_searchResultArray; }
@@ -102,7 +111,9 @@ public:
 
     // True when the bundle extension list names this file name's extension (case-insensitive).
     static bool hasBundleExtension(const QByteArray& name);
-    // A scan of folder for a lower-case needle that stays out of kernel and automount file systems.
+    static bool hasBundleExtension(std::string_view name);
+    // A scan of folder (cleaned: see SearchPaths::cleanFolder) for a needle that stays out of kernel
+    // and automount file systems.
     static WalkerOptions walkerOptions(const QByteArray& folder, const QByteArray& lowerTemplate,
                                        WalkerDelegate* delegate);
 
@@ -111,12 +122,22 @@ Q_SIGNALS:
     void searchResultsChanged();
     // The running search's walk has returned (after its last batch).
     void searchFinished();
+    // A start searched nothing for a reason the user should read (a text longer than the walker takes).
+    void searchRefused(const QString& message);
 
 private:
     class ScanSink;
+    struct FolderFacts;
     SearchItemPtr makeItem(std::string_view name, std::string_view path);
-    void queueItem(int generation, SearchItemPtr item);
+    // Classifies one entry: statName is the entry's name relative to dirFd (or a full path with
+    // AT_FDCWD), name its own name. Reads nothing but the entry's inode.
+    SearchItemPtr classify(int dirFd, const char* statName, std::string_view name, SearchFolderPtr folder,
+                           const QSet<QByteArray>& hiddenNames);
+    quint16 typeFromName(std::string_view name);
+    void queueItems(std::vector<std::pair<int, SearchItemPtr>>& items);
     void applyPendingItems();
+    // Ends the current search for good: its late matches and completion are dropped.
+    void startNewGeneration();
     void appendItem(const SearchItemPtr& item);
     bool isHiddenFolder(const QByteArray& folder);
     QSet<QByteArray> hiddenNamesIn(const QByteArray& folder);
@@ -133,8 +154,10 @@ private:
     QList<SearchItemPtr> m_filteredSearchResultArray;
     bool m_searching = false;
 
+    QString m_lastStartMessage;
     std::atomic<int> m_generation{0};
-    QFuture<void> m_scan;
+    std::shared_ptr<WalkerControl> m_control;
+    QThreadPool m_scanPool;
     QThreadPool m_sizePool;
 
     QMutex m_pendingMutex;
@@ -145,4 +168,9 @@ private:
     QMutex m_hiddenMutex;
     QHash<QByteArray, QSet<QByteArray>> m_hiddenNames;
     QHash<QByteArray, bool> m_inHiddenFolder;
+
+    // Per-search cache of the type by the end of a name (its extension, or the whole name when it has
+    // none), in front of the MIME database and its global lock.
+    struct TypeCache;
+    std::unique_ptr<TypeCache> m_typeCache;
 };

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -19,16 +20,9 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <unordered_set>
-
-std::atomic<uint8_t> gSearchRunning{1};
-std::atomic<int32_t> gActiveWalkers{0};
-std::atomic<int32_t> gFilesSeen{0};
-std::atomic<int64_t> gBytesSeen{0};
-std::atomic<int64_t> gThreadStartMicros{0};
-int64_t gThreadDelay = 0;
-char gSearchNeedle[kSearchNeedleCapacity];
 
 namespace {
 
@@ -41,6 +35,11 @@ constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr useconds_t kCancelPollMicros = 1000;
 constexpr long kCancelMaxPolls = 5000;
 constexpr useconds_t kEndPollMicros = 5000;
+// Descriptors run out for a moment while other walkers hold theirs: wait this long before giving up.
+constexpr int kOpenRetries = 200;
+constexpr useconds_t kOpenRetryMicros = 1000;
+// Longest relative path handed to one openat when a folder is opened in steps.
+constexpr size_t kStepPathMax = PATH_MAX - 256;
 
 std::atomic<int> gVerbose{-1}; // -1: not decided yet, read the environment
 
@@ -53,22 +52,41 @@ constexpr std::array<char, 256> makeFoldTable()
 }
 constexpr std::array<char, 256> kFold = makeFoldTable();
 
-bool running()
-{
-    return gSearchRunning.load(std::memory_order_relaxed) != 0;
-}
+// Scans running now, for walkerCancel; and the latest one, for walkerTotalFiles.
+std::mutex gLiveMutex;
+std::vector<std::shared_ptr<WalkerControl>> gLive;
+std::shared_ptr<WalkerControl> gLatest;
 
-// What the walkers of one scan share besides the counters.
+} // namespace
+
+struct ScanAccess
+{
+    static std::atomic<bool>& stop(WalkerControl& c) { return c.m_stop; }
+    static std::atomic<bool>& finished(WalkerControl& c) { return c.m_finished; }
+    static std::atomic<int32_t>& active(WalkerControl& c) { return c.m_active; }
+    static std::atomic<int32_t>& files(WalkerControl& c) { return c.m_filesSeen; }
+    static std::atomic<int32_t>& skipped(WalkerControl& c) { return c.m_skipped; }
+};
+
+namespace {
+
+// What the walkers of one scan share.
 struct ScanContext
 {
+    WalkerControl* control = nullptr;
     WalkerDelegate* delegate = nullptr;
     const TWalkerSkipList* skipList = nullptr;
-    size_t needleLength = 0;
+    std::string needle; // folded
+    int rootFd = -1;    // kept for the whole scan: deep folders are opened in steps from it
+    size_t rootLength = 0;
     // Folders whose descriptor is kept open for their children; above the budget children are
-    // opened by full path instead, so a deep or wide tree cannot run out of descriptors.
+    // opened by path instead, so a deep or wide tree cannot run out of descriptors.
     int descriptorBudget = 0;
     std::atomic<int> keptDescriptors{0};
     std::unordered_set<std::string_view> unentered;
+
+    bool running() const { return !control->cancelled(); }
+    std::atomic<int32_t>& active() { return ScanAccess::active(*control); }
 
     bool isUnentered(std::string_view path) const
     {
@@ -87,39 +105,85 @@ struct ScanContext
     std::vector<std::thread> threads;
 };
 
-ScanContext* gScan = nullptr;
-std::mutex gScanMutex; // one scan at a time
-
 int descriptorBudgetFromLimit()
 {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return 256;
-    // Leave half of the descriptors to the rest of the program.
+    // Leave half of the descriptors to the rest of the program, but keep a few even under a low limit:
+    // without any, every folder of a deep chain is opened from the root in steps.
     const rlim_t half = limit.rlim_cur / 2;
-    return static_cast<int>(std::clamp<rlim_t>(half > 64 ? half - 64 : 0, 0, 4096));
+    return static_cast<int>(std::clamp<rlim_t>(half > 64 ? half - 64 : 0, limit.rlim_cur / 4, 4096));
 }
 
-void releaseParentDescriptor(WalkerNode* parent)
+void releaseParentDescriptor(ScanContext& scan, WalkerNode* parent)
 {
     if (parent->fd >= 0 && parent->pendingOpens.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         close(parent->fd);
-        gScan->keptDescriptors.fetch_sub(1, std::memory_order_relaxed);
+        scan.keptDescriptors.fetch_sub(1, std::memory_order_relaxed);
     }
 }
 
-int openNode(WalkerNode* node)
+// Opens a folder whose path is too long for one call: relative to the root, a piece of at most
+// kStepPathMax bytes at a time, so two descriptors at most are held.
+int openInSteps(const ScanContext& scan, const std::string& path)
+{
+    if (scan.rootFd < 0 || path.size() <= scan.rootLength + 1)
+        return -1;
+    std::string_view rest = std::string_view(path).substr(scan.rootLength + 1);
+    int fd = scan.rootFd;
+    while (!rest.empty()) {
+        size_t take = rest.size();
+        if (take > kStepPathMax) {
+            take = rest.rfind('/', kStepPathMax);
+            if (take == std::string_view::npos || take == 0) {
+                if (fd != scan.rootFd)
+                    close(fd);
+                errno = ENAMETOOLONG;
+                return -1;
+            }
+        }
+        const std::string piece(rest.substr(0, take));
+        rest.remove_prefix(std::min(rest.size(), take + 1));
+        const int next = openat(fd, piece.c_str(), rest.empty() ? kOpenFlags : (O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const int savedErrno = errno;
+        if (fd != scan.rootFd)
+            close(fd);
+        if (next < 0) {
+            errno = savedErrno;
+            return -1;
+        }
+        fd = next;
+    }
+    return fd;
+}
+
+int openOnce(ScanContext& scan, WalkerNode* node)
+{
+    WalkerNode* parent = node->parent;
+    if (parent->fd >= 0)
+        return openat(parent->fd, node->path.c_str() + node->nameOffset, kOpenFlags);
+    if (node->path.size() < PATH_MAX) {
+        const int fd = open(node->path.c_str(), kOpenFlags);
+        if (fd >= 0 || errno != ENAMETOOLONG)
+            return fd;
+    }
+    return openInSteps(scan, node->path);
+}
+
+int openNode(ScanContext& scan, WalkerNode* node)
 {
     WalkerNode* parent = node->parent;
     if (!parent) // the root the user named may itself be a link to a folder
         return open(node->path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    int fd;
-    if (parent->fd >= 0)
-        fd = openat(parent->fd, node->path.c_str() + node->nameOffset, kOpenFlags);
-    else
-        fd = open(node->path.c_str(), kOpenFlags);
+    int fd = openOnce(scan, node);
+    for (int retry = 0; fd < 0 && (errno == EMFILE || errno == ENFILE) && retry < kOpenRetries && scan.running();
+         ++retry) {
+        usleep(kOpenRetryMicros);
+        fd = openOnce(scan, node);
+    }
     const int savedErrno = errno;
-    releaseParentDescriptor(parent);
+    releaseParentDescriptor(scan, parent);
     errno = savedErrno;
     return fd;
 }
@@ -134,24 +198,38 @@ bool isDirectoryByStat(int dirFd, const char* name)
     return S_ISDIR(info.stx_mode);
 }
 
+bool nameMatches(const char* name, size_t length, const char* needle, size_t needleLength)
+{
+    if (needleLength == 0)
+        return true;
+    char folded[kWalkerMatchCapacity];
+    const size_t take = std::min(length, sizeof folded);
+    for (size_t i = 0; i < take; ++i)
+        folded[i] = kFold[static_cast<unsigned char>(name[i])];
+    return memmem(folded, take, needle, needleLength) != nullptr;
+}
+
 // Lists one folder: counts and matches every entry, and pushes the sub-folders onto the walker's
 // stack, first found on top.
 void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>& stack, char* buffer)
 {
-    const int fd = openNode(node);
+    const int fd = openNode(scan, node);
     if (fd < 0) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENAMETOOLONG)
+            ScanAccess::skipped(*scan.control).fetch_add(1, std::memory_order_relaxed);
         std::fprintf(stderr, "Could not open directory \"%s\". Error was : %s\n", node->path.c_str(),
                      std::strerror(errno));
         return;
     }
-    if (!running()) {
+    if (!scan.running()) {
         close(fd);
         return;
     }
     const std::string_view excluded = scan.skipList->excludedNameInFolder(node->path);
-    const char* needle = gSearchNeedle;
-    const size_t needleLength = scan.needleLength;
-    char folded[256];
+    const char* needle = scan.needle.data();
+    const size_t needleLength = scan.needle.size();
+    std::atomic<int32_t>& filesSeen = ScanAccess::files(*scan.control);
+    const WalkerFolder folder{node, fd};
 
     for (;;) {
         const ssize_t got = getdents64(fd, buffer, kListBufferSize);
@@ -160,32 +238,32 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
                 std::fprintf(stderr, "Error returned:: %s (%s)\n", std::strerror(errno), node->path.c_str());
             break;
         }
-        if (!running())
+        if (!scan.running())
             break;
         int32_t seen = 0;
         for (ssize_t pos = 0; pos < got;) {
             const auto* entry = reinterpret_cast<const dirent64*>(buffer + pos);
             pos += entry->d_reclen;
             const char* name = entry->d_name;
-            if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
-                continue;
-            if (!running())
+            if (name[0] == '.') {
+                if (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))
+                    continue;
+                if (std::strcmp(name, ".hidden") == 0)
+                    node->listsDotHidden = true;
+            }
+            if (!scan.running())
                 break;
             ++seen;
-            size_t length = 0;
-            while (length < sizeof folded && name[length] != '\0') {
-                folded[length] = kFold[static_cast<unsigned char>(name[length])];
-                ++length;
-            }
+            const size_t length = std::strlen(name);
             if (!excluded.empty() && excluded == std::string_view(name, length))
                 continue;
-            if (needleLength == 0 || memmem(folded, length, needle, needleLength) != nullptr) {
-                gFilesSeen.fetch_add(seen, std::memory_order_relaxed);
-                seen = 0;
-                walkerFileFound(name, length, node->path.data(), node->path.size(),
-                                gFilesSeen.load(std::memory_order_relaxed));
-            }
             unsigned char type = entry->d_type;
+            if (nameMatches(name, length, needle, needleLength)) {
+                const int32_t total = filesSeen.fetch_add(seen, std::memory_order_relaxed) + seen;
+                seen = 0;
+                if (scan.delegate)
+                    scan.delegate->walkerEntryFound(folder, std::string_view(name, length), type, total);
+            }
             if (type == DT_UNKNOWN && isDirectoryByStat(fd, name))
                 type = DT_DIR;
             if (type == DT_DIR) {
@@ -201,11 +279,13 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
                 node->children.push_back(child);
             }
         }
-        gFilesSeen.fetch_add(seen, std::memory_order_relaxed);
+        filesSeen.fetch_add(seen, std::memory_order_relaxed);
     }
+    if (scan.delegate)
+        scan.delegate->walkerFolderDone(folder);
 
     const auto childCount = static_cast<int>(node->children.size());
-    if (childCount == 0 || !running()) {
+    if (childCount == 0 || !scan.running()) {
         close(fd);
         return;
     }
@@ -223,22 +303,29 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
 void workerMain(ScanContext* scan);
 
 // Gives a folder to another thread as a walk of its own. Counted before it is queued, so the scan
-// cannot end while a walk waits for a thread.
-void handOff(ScanContext& scan, WalkerNode* node)
+// cannot end while a walk waits for a thread. False when no thread can take it (the system refused a
+// new one and none is idle): the caller keeps the folder.
+bool handOff(ScanContext& scan, WalkerNode* node)
 {
-    gActiveWalkers.fetch_add(1, std::memory_order_acq_rel);
+    scan.active().fetch_add(1, std::memory_order_acq_rel);
     std::unique_lock lock(scan.mutex);
     scan.queue.push_back(node);
     if (scan.queue.size() > scan.idle && scan.threads.size() < kMaxWalkerThreads) {
-        timeval before{}, after{};
-        gettimeofday(&before, nullptr);
-        scan.threads.emplace_back(workerMain, &scan);
-        gettimeofday(&after, nullptr);
-        gThreadStartMicros.fetch_add(after.tv_usec - before.tv_usec, std::memory_order_relaxed);
-        return;
+        try {
+            scan.threads.emplace_back(workerMain, &scan);
+            return true;
+        } catch (const std::system_error&) {
+            if (scan.idle == 0 || scan.queue.size() > scan.idle) {
+                scan.queue.pop_back();
+                lock.unlock();
+                scan.active().fetch_sub(1, std::memory_order_acq_rel);
+                return false;
+            }
+        }
     }
     lock.unlock();
     scan.wake.notify_one();
+    return true;
 }
 
 // One walk: a folder and everything below it that is not handed off. Iterative, so the depth of the
@@ -252,18 +339,21 @@ void walkSubtree(WalkerNode* start, ScanContext& scan)
     while (!stack.empty()) {
         WalkerNode* node = stack.back();
         stack.pop_back();
-        if (!running()) {
+        if (!scan.running()) {
             // Not opened at all: only give back the parent's descriptor share.
             if (node->parent)
-                releaseParentDescriptor(node->parent);
+                releaseParentDescriptor(scan, node->parent);
             continue;
         }
         walkDirectory(node, scan, stack, buffer.get());
         // The shallowest pending folder is likely the largest piece of work to give away.
-        while (stack.size() >= 2 && gActiveWalkers.load(std::memory_order_relaxed) <= kMaxActiveForNewWalk) {
+        while (stack.size() >= 2 && scan.active().load(std::memory_order_relaxed) <= kMaxActiveForNewWalk) {
             WalkerNode* shared = stack.front();
             stack.pop_front();
-            handOff(scan, shared);
+            if (!handOff(scan, shared)) {
+                stack.push_front(shared);
+                break;
+            }
         }
     }
 }
@@ -281,7 +371,7 @@ void workerMain(ScanContext* scan)
         scan->queue.pop_back();
         lock.unlock();
         walkSubtree(node, *scan);
-        gActiveWalkers.fetch_sub(1, std::memory_order_acq_rel);
+        scan->active().fetch_sub(1, std::memory_order_acq_rel);
     }
 }
 
@@ -292,7 +382,23 @@ int64_t microsSince(const timeval& start)
     return (static_cast<int64_t>(now.tv_sec) - start.tv_sec) * 1000000 + (now.tv_usec - start.tv_usec);
 }
 
+void releaseDelegateData(WalkerNode* node, WalkerDelegate* delegate)
+{
+    if (void* data = node->delegateData.exchange(nullptr); data && delegate)
+        delegate->walkerReleaseFolderData(data);
+}
+
 } // namespace
+
+std::string_view WalkerFolder::path() const
+{
+    return node ? std::string_view(node->path) : std::string_view();
+}
+
+void WalkerDelegate::walkerEntryFound(const WalkerFolder& folder, std::string_view name, unsigned char, int filesSeen)
+{
+    walkerFileFound(name, folder.path(), filesSeen);
+}
 
 long releaseWalkerTree(WalkerNode* root)
 {
@@ -307,6 +413,19 @@ long releaseWalkerTree(WalkerNode* root)
         ++count;
     }
     return count;
+}
+
+bool walkerNameMatches(const char* name, size_t length, std::string_view foldedNeedle)
+{
+    return nameMatches(name, length, foldedNeedle.data(), foldedNeedle.size());
+}
+
+std::string walkerFoldNeedle(std::string_view needle)
+{
+    std::string folded(needle);
+    for (char& c : folded)
+        c = kFold[static_cast<unsigned char>(c)];
+    return folded;
 }
 
 void walkerSetVerbose(bool verbose)
@@ -338,36 +457,39 @@ WalkerScanResult walkerScan(const WalkerOptions& options)
 {
     if (options.needle.size() >= kSearchNeedleCapacity)
         return WalkerScanResult::NeedleTooLong;
-
-    std::lock_guard scanLock(gScanMutex);
+    const std::shared_ptr<WalkerControl> control =
+        options.control ? options.control : std::make_shared<WalkerControl>();
+    {
+        std::lock_guard lock(gLiveMutex);
+        gLive.push_back(control);
+        gLatest = control;
+    }
     const bool verbose = walkerIsVerbose();
-    gBytesSeen = 0;
-    gActiveWalkers = 0;
-    gFilesSeen = 0;
-    gThreadDelay = 0;
-    gThreadStartMicros = 0;
-    std::memset(gSearchNeedle, 0, sizeof gSearchNeedle);
-    std::memcpy(gSearchNeedle, options.needle.data(), options.needle.size());
     if (verbose)
         std::fputs("cpp scan\n", stderr);
 
     ScanContext scan;
+    scan.control = control.get();
     scan.delegate = options.delegate;
     scan.skipList = options.skipList ? options.skipList : &TWalkerSkipList::shared();
-    scan.needleLength = options.needle.size();
+    scan.needle = walkerFoldNeedle(options.needle);
     scan.descriptorBudget = descriptorBudgetFromLimit();
     scan.unentered.insert(options.unenteredFolders.begin(), options.unenteredFolders.end());
-    gScan = &scan;
 
     auto* root = new WalkerNode;
     root->path = options.rootPath;
+    scan.rootLength = root->path.size();
     timeval start{};
     gettimeofday(&start, nullptr);
 
-    gActiveWalkers.fetch_add(1, std::memory_order_acq_rel);
-    walkSubtree(root, scan);
-    gActiveWalkers.fetch_sub(1, std::memory_order_acq_rel);
-    while (gActiveWalkers.load(std::memory_order_acquire) >= 1)
+    std::atomic<int32_t>& active = scan.active();
+    active.fetch_add(1, std::memory_order_acq_rel);
+    if (scan.running()) {
+        scan.rootFd = open(root->path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        walkSubtree(root, scan);
+    }
+    active.fetch_sub(1, std::memory_order_acq_rel);
+    while (active.load(std::memory_order_acquire) >= 1)
         usleep(kEndPollMicros);
     {
         std::lock_guard lock(scan.mutex);
@@ -376,30 +498,42 @@ WalkerScanResult walkerScan(const WalkerOptions& options)
     scan.wake.notify_all();
     for (std::thread& thread : scan.threads)
         thread.join();
+    if (scan.rootFd >= 0)
+        close(scan.rootFd);
 
+    if (scan.delegate) {
+        std::vector<WalkerNode*> pending{root};
+        while (!pending.empty()) {
+            WalkerNode* node = pending.back();
+            pending.pop_back();
+            releaseDelegateData(node, scan.delegate);
+            pending.insert(pending.end(), node->children.begin(), node->children.end());
+        }
+    }
     const long freed = releaseWalkerTree(root);
     const int64_t elapsed = microsSince(start);
     if (verbose) {
-        std::fprintf(stderr, "\nfiles = %d checked = %ld\n", gFilesSeen.load(), freed);
-        std::fprintf(stderr, "grand total = %lld checked = %lld\n", static_cast<long long>(root->size),
-                     static_cast<long long>(gBytesSeen.load()));
+        std::fprintf(stderr, "\nfiles = %d checked = %ld\n", control->filesSeen(), freed);
         std::fprintf(stderr, "seconds elapsed = %lld.%03lld\n", static_cast<long long>(elapsed / 1000000),
                      static_cast<long long>(elapsed % 1000000 / 1000));
-        std::fprintf(stderr, "total dealy for created threads = %lld\n", static_cast<long long>(gThreadDelay));
-        std::fprintf(stderr, "seconds elapsed for THREADS= %lld microseconds\n",
-                     static_cast<long long>(gThreadStartMicros.load()));
+        std::fprintf(stderr, "walker threads = %zu\n", scan.threads.size());
     }
-    walkerSearchFinished(gSearchRunning.load());
-    gScan = nullptr;
+    if (control->cancelled() && scan.delegate)
+        scan.delegate->walkerSearchInterrupted();
     delete root;
+    ScanAccess::finished(*control).store(true, std::memory_order_release);
+    {
+        std::lock_guard lock(gLiveMutex);
+        std::erase(gLive, control);
+    }
     return WalkerScanResult::Done;
 }
 
-void walkerCancel()
+bool WalkerControl::cancelAndWait()
 {
-    gSearchRunning.store(0);
+    cancel();
     long waits = 0;
-    while (gActiveWalkers.load(std::memory_order_acquire) > 0 && waits < kCancelMaxPolls) {
+    while (activeWalkers() > 0 && waits < kCancelMaxPolls) {
         usleep(kCancelPollMicros);
         ++waits;
     }
@@ -407,29 +541,30 @@ void walkerCancel()
         std::fputs("THREAD waiting timeout error.", stderr);
     if (walkerIsVerbose() || waits == kCancelMaxPolls)
         std::fprintf(stderr, "\nSEARCH CANCELLED - %ld waits\n", waits);
+    return waits < kCancelMaxPolls;
+}
+
+void walkerCancel()
+{
+    std::vector<std::shared_ptr<WalkerControl>> live;
+    {
+        std::lock_guard lock(gLiveMutex);
+        live = gLive;
+    }
+    for (const auto& control : live)
+        control->cancel();
+    for (const auto& control : live)
+        control->cancelAndWait();
 }
 
 void walkerResume()
 {
-    gSearchRunning.store(1);
     if (walkerIsVerbose())
         std::fputs("\nSEARCH RESUMED\n", stderr);
 }
 
 int32_t walkerTotalFiles()
 {
-    return gFilesSeen.load(std::memory_order_relaxed);
-}
-
-void walkerFileFound(const char* name, size_t nameLength, const char* parentPath, size_t parentLength, int filesSeen)
-{
-    if (name && parentPath && gScan && gScan->delegate)
-        gScan->delegate->walkerFileFound(std::string_view(name, nameLength), std::string_view(parentPath, parentLength),
-                                         filesSeen);
-}
-
-void walkerSearchFinished(uint8_t running)
-{
-    if (running == 0 && gScan && gScan->delegate)
-        gScan->delegate->walkerSearchInterrupted();
+    std::lock_guard lock(gLiveMutex);
+    return gLatest ? gLatest->filesSeen() : 0;
 }

@@ -3,8 +3,12 @@
 #include "support/SearchTreeFixture.h"
 
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QtTest>
 
+#include <sys/resource.h>
+
+#include <condition_variable>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -49,13 +53,17 @@ public:
     std::atomic<bool> interrupted{false};
 };
 
+int openDescriptors()
+{
+    return static_cast<int>(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size());
+}
+
 } // namespace
 
 class TestWalker : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void init() { walkerResume(); }
 
     void matchesNamesOfTheStandardTree_data()
     {
@@ -198,8 +206,14 @@ private Q_SLOTS:
     {
         Collector found;
         std::atomic<bool> done{false};
+        auto control = std::make_shared<WalkerControl>();
         std::thread scan([&] {
-            walkerScan("/", "e", &found);
+            WalkerOptions options;
+            options.rootPath = "/";
+            options.needle = "e";
+            options.delegate = &found;
+            options.control = control;
+            walkerScan(options);
             done = true;
         });
         QElapsedTimer waited;
@@ -213,29 +227,180 @@ private Q_SLOTS:
         QVERIFY(sawBoth());
         QElapsedTimer cancelTime;
         cancelTime.start();
-        walkerCancel();
+        QVERIFY(control->cancelAndWait());
         QVERIFY(cancelTime.elapsed() <= 5500);
         scan.join();
         QVERIFY(found.interrupted || done);
-        QCOMPARE(gActiveWalkers.load(), 0);
+        QCOMPARE(control->activeWalkers(), 0);
         // No parent path ends in a slash except the root itself.
         QVERIFY(!found.sawParent([](const QByteArray& p) { return p.size() > 1 && p.endsWith('/'); }));
     }
 
-    void cancelledScanRunsTheEndHook()
+    // A scan cancelled before it starts never starts, whatever other scans do meanwhile; the next
+    // scan has a flag of its own.
+    void cancelledBeforeStartStaysCancelled()
     {
         SearchTreeFixture tree;
         tree.buildStandard();
-        Collector found;
-        walkerCancel();
-        walkerScan(tree.root().constData(), "match", &found);
-        QVERIFY(found.interrupted);
-        QCOMPARE(found.count(), 0);
-        walkerResume();
+        auto control = std::make_shared<WalkerControl>();
+        control->cancel();
         Collector again;
         walkerScan(tree.root().constData(), "match", &again);
+        walkerResume();
+        Collector found;
+        WalkerOptions options;
+        options.rootPath = tree.root().toStdString();
+        options.needle = "match";
+        options.delegate = &found;
+        options.control = control;
+        walkerScan(options);
+        QVERIFY(found.interrupted);
+        QCOMPARE(found.count(), 0);
+        QCOMPARE(control->filesSeen(), 0);
         QVERIFY(!again.interrupted);
         QCOMPARE(again.count(), 12);
+    }
+
+    // A delegate that cancels its own scan after a few matches: the walk stops there.
+    void cancelInTheMiddleOfAWalkStopsIt()
+    {
+        SearchTreeFixture tree;
+        for (int i = 0; i < 40; ++i)
+            tree.wideFolder("w" + QByteArray::number(i), 150, "entry-");
+        class Canceller : public WalkerDelegate
+        {
+        public:
+            void walkerFileFound(std::string_view, std::string_view, int) override
+            {
+                if (++found == 10)
+                    control->cancel();
+            }
+            std::shared_ptr<WalkerControl> control = std::make_shared<WalkerControl>();
+            std::atomic<int> found{0};
+        } canceller;
+        WalkerOptions options;
+        options.rootPath = tree.root().toStdString();
+        options.needle = "entry";
+        options.delegate = &canceller;
+        options.control = canceller.control;
+        QElapsedTimer timer;
+        timer.start();
+        walkerScan(options);
+        QVERIFY(timer.elapsed() < 5000);
+        // Each walker stops at its next entry: a few matches per thread at most, of 6000.
+        QVERIFY2(canceller.found < 200, QByteArray::number(canceller.found.load()).constData());
+        QVERIFY(canceller.control->finished());
+    }
+
+    // A delegate stuck past the 5 s bound: the cancel gives up waiting, a new scan runs meanwhile
+    // without waiting for the stuck one, and the stuck one, once free, does not walk on.
+    void blockedDelegatePastTheBoundDoesNotHoldTheNextScan()
+    {
+        SearchTreeFixture tree;
+        tree.wideFolder("a", 300, "entry-");
+        class Blocker : public WalkerDelegate
+        {
+        public:
+            void walkerFileFound(std::string_view, std::string_view, int) override
+            {
+                ++found;
+                std::unique_lock lock(mutex);
+                entered = true;
+                changed.notify_all();
+                changed.wait(lock, [this] { return released; });
+            }
+            std::mutex mutex;
+            std::condition_variable changed;
+            bool entered = false;
+            bool released = false;
+            std::atomic<int> found{0};
+        } blocker;
+        auto control = std::make_shared<WalkerControl>();
+        std::thread stuck([&] {
+            WalkerOptions options;
+            options.rootPath = tree.path("a").toStdString();
+            options.needle = "entry";
+            options.delegate = &blocker;
+            options.control = control;
+            walkerScan(options);
+        });
+        {
+            std::unique_lock lock(blocker.mutex);
+            QVERIFY(blocker.changed.wait_for(lock, std::chrono::seconds(20), [&] { return blocker.entered; }));
+        }
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!control->cancelAndWait());
+        QVERIFY(timer.elapsed() >= 4900 && timer.elapsed() < 8000);
+
+        std::atomic<bool> otherDone{false};
+        Collector other;
+        std::thread next([&] {
+            walkerScan(tree.root().constData(), "entry-1", &other);
+            otherDone = true;
+        });
+        QElapsedTimer waited;
+        waited.start();
+        while (!otherDone && waited.elapsed() < 10000)
+            QThread::msleep(5);
+        QVERIFY(otherDone);
+        QCOMPARE(other.count(), 1 + 10 + 100);
+        {
+            std::lock_guard lock(blocker.mutex);
+            blocker.released = true;
+        }
+        blocker.changed.notify_all();
+        stuck.join();
+        next.join();
+        QCOMPARE(blocker.found.load(), 1);
+    }
+
+    // Under a low descriptor limit, a deep chain (longer than one path may be) with branches is walked
+    // whole, and no descriptor is left open after a full or a cancelled scan.
+    void lowDescriptorLimitWalksEverythingAndLeaksNothing()
+    {
+        SearchTreeFixture tree;
+        tree.deepChain("deep", 2500, "bottom-leaf");
+        for (int i = 0; i < 30; ++i)
+            tree.file("br" + QByteArray::number(i % 5) + "/b" + QByteArray::number(i) + "/leaf-" +
+                      QByteArray::number(i));
+        rlimit saved{};
+        QCOMPARE(getrlimit(RLIMIT_NOFILE, &saved), 0);
+        rlimit low = saved;
+        low.rlim_cur = 64;
+        QCOMPARE(setrlimit(RLIMIT_NOFILE, &low), 0);
+        const auto restore = qScopeGuard([&] { setrlimit(RLIMIT_NOFILE, &saved); });
+        const int before = openDescriptors();
+
+        Collector found;
+        walkerScan(tree.root().constData(), "leaf", &found);
+        QCOMPARE(found.count(), 31);
+        QCOMPARE(openDescriptors(), before);
+
+        class Canceller : public WalkerDelegate
+        {
+        public:
+            void walkerFileFound(std::string_view, std::string_view, int) override { control->cancel(); }
+            std::shared_ptr<WalkerControl> control = std::make_shared<WalkerControl>();
+        } canceller;
+        WalkerOptions options;
+        options.rootPath = tree.root().toStdString();
+        options.needle = "leaf";
+        options.delegate = &canceller;
+        options.control = canceller.control;
+        walkerScan(options);
+        QCOMPARE(openDescriptors(), before);
+        QCOMPARE(canceller.control->foldersSkipped(), 0);
+    }
+
+    // Only the copy matched against is limited: a needle far into a long name is found.
+    void longNamesMatchBeyondTheShortBuffer()
+    {
+        std::string name(700, 'x');
+        name.replace(600, 6, "NEEDLE");
+        QVERIFY(walkerNameMatches(name.data(), name.size(), walkerFoldNeedle("needle")));
+        QVERIFY(!walkerNameMatches(name.data(), name.size(), walkerFoldNeedle("needles")));
+        QCOMPARE(walkerFoldNeedle("\xc3\x89LAN-\xff"), std::string("\xc3\x89lan-\xff"));
     }
 
     void releaseWalkerTreeCountsEveryNodeButTheRoot()

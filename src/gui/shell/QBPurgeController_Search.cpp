@@ -1,11 +1,14 @@
 // Search side of the controller: the panel's search hand-off.
 #include "QBPurgeController.h"
 
+#include "PanelWindow.h"
 #include "core/Settings.h"
 #include "search/SearchManager.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QLineEdit>
+#include <QToolTip>
 #include <QUrl>
 
 namespace {
@@ -31,7 +34,16 @@ void QBPurgeController::panelSearchRequested(const QString& text)
     manager->cancelSearchByButton();
     const QString folder = searchLocationFrom(m_settings);
     manager->setSearchLocation(folder);
-    manager->performSearchWithTemplate(text, folder);
+    const SearchManager::StartResult started = manager->performSearchWithTemplate(text, folder);
+    // A text the search cannot take is said where it was typed, not dropped silently.
+    QLineEdit* field = panel() ? panel()->findChild<QLineEdit*>(QStringLiteral("searchBar")) : nullptr;
+    if (!field)
+        return;
+    const QString message =
+        started == SearchManager::StartResult::TemplateTooLong ? manager->lastStartMessage() : QString();
+    field->setToolTip(message);
+    if (!message.isEmpty() && field->isVisible())
+        QToolTip::showText(field->mapToGlobal(QPoint(0, field->height())), message, field);
 }
 
 // Opens the search results window on "openSearchResultDialogNotification". Deliberately empty until the
