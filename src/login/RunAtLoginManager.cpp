@@ -102,7 +102,7 @@ bool RunAtLoginManager::writeEntry(const QString& fileName, const QString& progr
     if (!file.open(QIODevice::WriteOnly))
         return false;
     const QString text = QStringLiteral("[Desktop Entry]\nType=Application\nName=Trovix\nComment=%1\nExec=%2\n"
-                                        "Icon=trovix\nNoDisplay=true\nX-GNOME-Autostart-enabled=true\n")
+                                        "Icon=com.quorbel.trovix\nNoDisplay=true\nX-GNOME-Autostart-enabled=true\n")
                              .arg(comment, DesktopEntry::execQuoted(program));
     file.write(text.toUtf8());
     return file.commit();
