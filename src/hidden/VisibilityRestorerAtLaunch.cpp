@@ -1,5 +1,11 @@
 #include "VisibilityRestorerAtLaunch.h"
 
+#include <QLoggingCategory>
+
+namespace {
+Q_LOGGING_CATEGORY(lcRestorer, "trovix.hidden")
+}
+
 VisibilityRestorerAtLaunch::VisibilityRestorerAtLaunch(HiddenManager& manager, ScriptRunner& runner, QObject* parent)
     : QObject(parent)
     , m_runner(runner)
@@ -11,5 +17,10 @@ void VisibilityRestorerAtLaunch::hiddenManagerAttemptToChangeVisibilityCompleted
 {
     if (!manager || manager->scriptType() != HiddenManager::HiddenManagerScriptTypeSingleSwitch)
         return;
-    m_runner.executeAppleScript(manager->isHiddenShown() ? kWriteShowScript : kWriteHideScript, nullptr);
+    // Nobody waits for the write; a failure still leaves its line in the log.
+    m_runner.executeAppleScript(manager->isHiddenShown() ? kWriteShowScript : kWriteHideScript,
+                                [](const QStringList&, const std::optional<ScriptError>& error) {
+                                    if (error)
+                                        qCWarning(lcRestorer, "%s", qPrintable(error->localizedDescription()));
+                                });
 }

@@ -260,32 +260,6 @@ private Q_SLOTS:
         QCOMPARE(values(), all(false));
     }
 
-    // GNOME Files on a system that has only GTK 3's file-chooser schema and no other settings tool.
-    void onlyGtk3SchemaIsEnough()
-    {
-        QTemporaryDir bin;
-        QVERIFY(linkBasicTools(bin.path(), {"gsettings"}));
-        QTemporaryDir data;
-        const QString schemas = data.filePath("glib-2.0/schemas");
-        QVERIFY(QDir().mkpath(schemas));
-        QVERIFY(QFile::copy("/usr/share/glib-2.0/schemas/org.gtk.Settings.FileChooser.gschema.xml",
-                            schemas + "/org.gtk.Settings.FileChooser.gschema.xml"));
-        QCOMPARE(tool("glib-compile-schemas", {schemas}), QString());
-        setAll(false);
-        qputenv("XDG_DATA_DIRS", QFile::encodeName(data.path()));
-        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
-        qputenv("PATH", QFile::encodeName(bin.path()));
-        const HiddenScriptResult r = run(kSwitch);
-        const QStringList reply = run(kCheck).reply;
-        qputenv("PATH", m_path);
-        const QString stored = tool("gsettings", {"get", "org.gtk.Settings.FileChooser", "show-hidden"});
-        qunsetenv("XDG_DATA_DIRS");
-        QVERIFY2(!r.error, r.errorText());
-        QCOMPARE(stored, "true");
-        QCOMPARE(reply, expectedListing(true));
-        QCOMPARE(tool("gsettings", {"get", "org.gtk.gtk4.Settings.FileChooser", "show-hidden"}), "false");
-    }
-
     // Plasma 6 has only the 6 versions of the KDE config tools.
     void plasma6ConfigTools()
     {
