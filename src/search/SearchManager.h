@@ -131,7 +131,7 @@ private:
     SearchItemPtr makeItem(std::string_view name, std::string_view path);
     // Classifies one entry: statName is the entry's name relative to dirFd (or a full path with
     // AT_FDCWD), name its own name. Reads nothing but the entry's inode.
-    SearchItemPtr classify(int dirFd, const char* statName, std::string_view name, SearchFolderPtr folder,
+    SearchItemPtr classify(int dirFd, const char* statName, QByteArray name, SearchFolderPtr folder,
                            const QSet<QByteArray>& hiddenNames);
     quint16 typeFromName(std::string_view name);
     void queueItems(std::vector<std::pair<int, SearchItemPtr>>& items);
