@@ -85,8 +85,12 @@ quint16 fixedType(const char* name)
     return SearchTypes::intern(QString::fromLatin1(name));
 }
 
+// Sums of packages already counted (the sum of an outer package counts the inner ones too), so a
+// package inside another is not walked twice. Used only on the size pool's one thread.
+using PackageSums = QHash<QByteArray, qint64>;
+
 // The sizes of everything below an open folder, each stat relative to its folder (deep trees too).
-qint64 sumBelow(int dirFd)
+qint64 sumBelow(int dirFd, const QByteArray& path, PackageSums& sums)
 {
     constexpr size_t kBufferSize = 32 * 1024;
     std::vector<char> buffer(kBufferSize);
@@ -109,23 +113,38 @@ qint64 sumBelow(int dirFd)
             total += info.st_size;
             if (!S_ISDIR(info.st_mode))
                 continue;
+            const QByteArray subPath = path + '/' + name;
+            const bool package = SearchManager::hasBundleExtension(std::string_view(name));
+            if (package) {
+                if (auto known = sums.constFind(subPath); known != sums.constEnd()) {
+                    total += *known;
+                    continue;
+                }
+            }
             const int sub = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (sub >= 0) {
-                total += sumBelow(sub);
+                const qint64 below = sumBelow(sub, subPath, sums);
                 close(sub);
+                total += below;
+                if (package)
+                    sums.insert(subPath, below);
             }
         }
     }
     return total;
 }
 
-qint64 sumOfContents(const QByteArray& folder)
+qint64 sumOfContents(const QByteArray& folder, PackageSums& sums)
 {
-    const int fd = open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const QByteArray path = SearchPaths::collapseSlashes(folder);
+    if (auto known = sums.constFind(path); known != sums.constEnd())
+        return *known;
+    const int fd = open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return 0;
-    const qint64 total = sumBelow(fd);
+    const qint64 total = sumBelow(fd, path, sums);
     close(fd);
+    sums.insert(path, total);
     return total;
 }
 
@@ -248,6 +267,7 @@ SearchManager::SearchManager(NotificationCenter& center, QObject* parent)
     : QObject(parent)
     , m_center(center)
     , m_typeCache(std::make_unique<TypeCache>())
+    , m_packageSums(std::make_shared<QHash<QByteArray, qint64>>())
 {
     m_sizePool.setMaxThreadCount(1);
     // Replaced searches may linger on a slow delegate; the next one gets a thread of its own.
@@ -344,6 +364,7 @@ SearchManager::StartResult SearchManager::performSearchWithBytes(const QByteArra
         m_typeCache->types.clear();
         m_typeCache->wholeNames = 0;
     }
+    m_packageSums = std::make_shared<QHash<QByteArray, qint64>>();
     findFiles(searchText, folder, [this] {
         if (m_searchResultDialog)
             m_searchResultDialog->searchCompleted();
@@ -738,8 +759,8 @@ QDateTime SearchManager::getLastUsedDateForFile(const QByteArray& path)
 void SearchManager::getFolderSizeForSearchItem(const SearchItemPtr& item)
 {
     const QByteArray folder = item->nativeFullPath();
-    m_sizePool.start([this, item, folder] {
-        const qint64 total = sumOfContents(folder);
+    m_sizePool.start([this, item, folder, sums = m_packageSums] {
+        const qint64 total = sumOfContents(folder, *sums);
         MainQueue::async(this, [item, total] { item->fileSize = total; });
     });
 }

@@ -173,4 +173,6 @@ private:
     // none), in front of the MIME database and its global lock.
     struct TypeCache;
     std::unique_ptr<TypeCache> m_typeCache;
+    // Package sums of the current search, by path; read and written only on the size pool's thread.
+    std::shared_ptr<QHash<QByteArray, qint64>> m_packageSums;
 };
