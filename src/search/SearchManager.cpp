@@ -9,11 +9,11 @@
 #include <QFile>
 #include <QMimeDatabase>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <shared_mutex>
 #include <string>
 #include <system_error>
@@ -85,25 +85,74 @@ quint16 fixedType(const char* name)
     return SearchTypes::intern(QString::fromLatin1(name));
 }
 
-qint64 sumOfContents(const QByteArray& folder)
+// Sums of packages already counted (the sum of an outer package counts the inner ones too), so a
+// package inside another is not walked twice. Used only on the size pool's one thread.
+using PackageSums = QHash<QByteArray, qint64>;
+
+// The sizes of everything below an open folder, each stat relative to its folder (deep trees too).
+qint64 sumBelow(int dirFd, const QByteArray& path, PackageSums& sums)
 {
-    namespace fs = std::filesystem;
-    std::error_code error;
+    constexpr size_t kBufferSize = 32 * 1024;
+    std::vector<char> buffer(kBufferSize);
     qint64 total = 0;
-    fs::recursive_directory_iterator it(std::string(folder.constData(), static_cast<size_t>(folder.size())),
-                                        fs::directory_options::skip_permission_denied, error);
-    for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
-        struct stat info
-        {
-        };
-        if (lstat(it->path().c_str(), &info) == 0)
+    for (;;) {
+        const ssize_t got = getdents64(dirFd, buffer.data(), buffer.size());
+        if (got <= 0)
+            break;
+        for (ssize_t pos = 0; pos < got;) {
+            const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + pos);
+            pos += entry->d_reclen;
+            const char* name = entry->d_name;
+            if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+                continue;
+            struct stat info
+            {
+            };
+            if (fstatat(dirFd, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+                continue;
             total += info.st_size;
+            if (!S_ISDIR(info.st_mode))
+                continue;
+            const QByteArray subPath = path + '/' + name;
+            const bool package = SearchManager::hasBundleExtension(std::string_view(name));
+            if (package) {
+                if (auto known = sums.constFind(subPath); known != sums.constEnd()) {
+                    total += *known;
+                    continue;
+                }
+            }
+            const int sub = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (sub >= 0) {
+                const qint64 below = sumBelow(sub, subPath, sums);
+                close(sub);
+                total += below;
+                if (package)
+                    sums.insert(subPath, below);
+            }
+        }
     }
     return total;
 }
 
-// Matches classified on one walker thread, handed over once per folder.
+qint64 sumOfContents(const QByteArray& folder, PackageSums& sums)
+{
+    const QByteArray path = SearchPaths::collapseSlashes(folder);
+    if (auto known = sums.constFind(path); known != sums.constEnd())
+        return *known;
+    const int fd = open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    const qint64 total = sumBelow(fd, path, sums);
+    close(fd);
+    sums.insert(path, total);
+    return total;
+}
+
+// Matches of the folder being listed on this walker thread, classified once its listing is over.
+thread_local std::vector<QByteArray> t_found;
+// Matches classified on this walker thread, handed over in batches.
 thread_local std::vector<std::pair<int, SearchItemPtr>> t_batch;
+constexpr size_t kBatchSize = 512;
 
 } // namespace
 
@@ -137,13 +186,26 @@ public:
         , m_generation(generation)
     {
     }
-    void walkerEntryFound(const WalkerFolder& folder, std::string_view name, unsigned char, int) override
+    void walkerEntryFound(const WalkerFolder&, std::string_view name, unsigned char, int) override
     {
-        const FolderFacts* facts = factsOf(folder.node, folder.fd);
-        SearchItemPtr item = m_manager->classify(folder.fd, name.data(), name, facts->folder, facts->hiddenNames);
-        t_batch.emplace_back(m_generation, std::move(item));
+        t_found.emplace_back(name.data(), static_cast<qsizetype>(name.size()));
     }
-    void walkerFolderDone(const WalkerFolder&) override
+    // The whole listing is known now (whether it has a ".hidden"), and the folder is still open.
+    void walkerFolderDone(const WalkerFolder& folder) override
+    {
+        if (t_found.empty())
+            return;
+        const FolderFacts* facts = factsOf(folder.node, folder.fd);
+        for (QByteArray& name : t_found) {
+            const char* statName = name.constData();
+            t_batch.emplace_back(m_generation, m_manager->classify(folder.fd, statName, std::move(name),
+                                                                   facts->folder, facts->hiddenNames));
+        }
+        t_found.clear();
+        if (t_batch.size() >= kBatchSize)
+            m_manager->queueItems(t_batch);
+    }
+    void walkerWalkEnded() override
     {
         if (!t_batch.empty())
             m_manager->queueItems(t_batch);
@@ -157,7 +219,7 @@ private:
         return static_cast<FolderFacts*>(node->delegateData.load(std::memory_order_acquire));
     }
 
-    // fd is open on node while node is being listed, else -1 (its listing is then complete).
+    // fd is open on node (just listed), or -1; every listing is complete here.
     FolderFacts* factsOf(WalkerNode* node, int fd)
     {
         if (FolderFacts* known = factsHungOn(node))
@@ -183,10 +245,9 @@ private:
                                    above->hiddenNames.contains(QByteArray::fromRawData(
                                        name.data(), static_cast<qsizetype>(name.size())));
             }
-            if (n == node && fd >= 0)
-                made->hiddenNames = readHiddenList(fd, ".hidden");
-            else if (n->listsDotHidden)
-                made->hiddenNames = readHiddenList(AT_FDCWD, (n->path + "/.hidden").c_str());
+            if (n->listsDotHidden)
+                made->hiddenNames = n == node && fd >= 0 ? readHiddenList(fd, ".hidden")
+                                                         : readHiddenList(AT_FDCWD, (n->path + "/.hidden").c_str());
             made->folder = std::move(folder);
             void* expected = nullptr;
             if (!n->delegateData.compare_exchange_strong(expected, made, std::memory_order_acq_rel)) {
@@ -206,6 +267,7 @@ SearchManager::SearchManager(NotificationCenter& center, QObject* parent)
     : QObject(parent)
     , m_center(center)
     , m_typeCache(std::make_unique<TypeCache>())
+    , m_packageSums(std::make_shared<QHash<QByteArray, qint64>>())
 {
     m_sizePool.setMaxThreadCount(1);
     // Replaced searches may linger on a slow delegate; the next one gets a thread of its own.
@@ -302,6 +364,7 @@ SearchManager::StartResult SearchManager::performSearchWithBytes(const QByteArra
         m_typeCache->types.clear();
         m_typeCache->wholeNames = 0;
     }
+    m_packageSums = std::make_shared<QHash<QByteArray, qint64>>();
     findFiles(searchText, folder, [this] {
         if (m_searchResultDialog)
             m_searchResultDialog->searchCompleted();
@@ -364,7 +427,7 @@ SearchItemPtr SearchManager::makeItem(std::string_view name, std::string_view pa
     folder->inPackage = isFilePackagedAtPath(full);
     folder->inHidden = isFileInHiddenFolderAtPath(full);
     const QSet<QByteArray> hidden = hiddenNamesIn(SearchPaths::parentOf(full));
-    return classify(AT_FDCWD, full.constData(), name, std::move(folder), hidden);
+    return classify(AT_FDCWD, full.constData(), rawName, std::move(folder), hidden);
 }
 
 quint16 SearchManager::typeFromName(std::string_view name)
@@ -391,7 +454,7 @@ quint16 SearchManager::typeFromName(std::string_view name)
     return index;
 }
 
-SearchItemPtr SearchManager::classify(int dirFd, const char* statName, std::string_view name, SearchFolderPtr folder,
+SearchItemPtr SearchManager::classify(int dirFd, const char* statName, QByteArray rawName, SearchFolderPtr folder,
                                       const QSet<QByteArray>& hiddenNames)
 {
     static const quint16 kDirectory = fixedType("inode/directory");
@@ -401,8 +464,8 @@ SearchItemPtr SearchManager::classify(int dirFd, const char* statName, std::stri
     static const quint16 kFifo = fixedType("inode/fifo");
     static const quint16 kSocket = fixedType("inode/socket");
 
-    auto item = std::make_shared<SearchItem>(QByteArray(name.data(), static_cast<qsizetype>(name.size())),
-                                             std::move(folder));
+    auto item = std::make_shared<SearchItem>(std::move(rawName), std::move(folder));
+    const std::string_view name(item->rawFileName.constData(), static_cast<size_t>(item->rawFileName.size()));
     item->itemID = m_itemsCounter.fetch_add(1, std::memory_order_relaxed);
     struct statx info
     {
@@ -696,8 +759,8 @@ QDateTime SearchManager::getLastUsedDateForFile(const QByteArray& path)
 void SearchManager::getFolderSizeForSearchItem(const SearchItemPtr& item)
 {
     const QByteArray folder = item->nativeFullPath();
-    m_sizePool.start([this, item, folder] {
-        const qint64 total = sumOfContents(folder);
+    m_sizePool.start([this, item, folder, sums = m_packageSums] {
+        const qint64 total = sumOfContents(folder, *sums);
         MainQueue::async(this, [item, total] { item->fileSize = total; });
     });
 }

@@ -131,7 +131,7 @@ private:
     SearchItemPtr makeItem(std::string_view name, std::string_view path);
     // Classifies one entry: statName is the entry's name relative to dirFd (or a full path with
     // AT_FDCWD), name its own name. Reads nothing but the entry's inode.
-    SearchItemPtr classify(int dirFd, const char* statName, std::string_view name, SearchFolderPtr folder,
+    SearchItemPtr classify(int dirFd, const char* statName, QByteArray name, SearchFolderPtr folder,
                            const QSet<QByteArray>& hiddenNames);
     quint16 typeFromName(std::string_view name);
     void queueItems(std::vector<std::pair<int, SearchItemPtr>>& items);
@@ -173,4 +173,6 @@ private:
     // none), in front of the MIME database and its global lock.
     struct TypeCache;
     std::unique_ptr<TypeCache> m_typeCache;
+    // Package sums of the current search, by path; read and written only on the size pool's thread.
+    std::shared_ptr<QHash<QByteArray, qint64>> m_packageSums;
 };

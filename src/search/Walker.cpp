@@ -356,6 +356,8 @@ void walkSubtree(WalkerNode* start, ScanContext& scan)
             }
         }
     }
+    if (scan.delegate)
+        scan.delegate->walkerWalkEnded();
 }
 
 void workerMain(ScanContext* scan)

@@ -50,6 +50,8 @@ public:
     virtual void walkerFileFound(std::string_view, std::string_view, int) {}
     // A folder's listing is over (on the thread that listed it), whether or not it matched.
     virtual void walkerFolderDone(const WalkerFolder&) {}
+    // A walk (a folder and what lies below it that this thread kept) is over, on its thread.
+    virtual void walkerWalkEnded() {}
     // The scan is over and its tree is freed: what the delegate hung on a node goes with it.
     virtual void walkerReleaseFolderData(void*) {}
     // A cancelled scan has ended.

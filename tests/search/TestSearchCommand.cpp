@@ -153,6 +153,59 @@ private Q_SLOTS:
         QVERIFY2(result.err.contains(message), result.err.constData());
     }
 
+    // Needle and names fold the same way, ASCII letters only; the needle's and the folder's own bytes
+    // are used, UTF-8 or not.
+    void needleAndFolderAreTheArgumentsBytes()
+    {
+        SearchTreeFixture tree;
+        tree.file("\xc3\x89LAN/\xc3\x89lan.txt");
+        tree.file("\xc3\xa9lan-lower.txt");
+        QCOMPARE(sortedLines(run(args({"\xc3\x89lan", tree.root()})).out),
+                 tree.absolute({"\xc3\x89LAN", "\xc3\x89LAN/\xc3\x89lan.txt"}));
+
+        tree.folder("dir-\xff");
+        tree.file("dir-\xff/x-\xfe-y");
+        tree.file("dir-\xff/x-\xfd-y");
+        tree.file("dir-\xff/x-\xef\xbf\xbd-y"); // what a lossy decoding of the needle would find
+        // Bytes that are not UTF-8 cannot pass through QProcess's arguments: the shell makes them.
+        QProcess process;
+        process.start(QStringLiteral("/bin/sh"),
+                      {QStringLiteral("-c"),
+                       QStringLiteral("exec \"$0\" --run-search \"$(printf 'x-\\376')\" \"$1/$(printf 'dir-\\377')\""),
+                       QCoreApplication::applicationFilePath(), QString::fromUtf8(tree.root())});
+        QVERIFY(process.waitForFinished(60000));
+        QCOMPARE(process.exitCode(), 0);
+        QCOMPARE(process.readAllStandardOutput(), tree.path("dir-\xff/x-\xfe-y") + '\n');
+        QCOMPARE(::unlink(tree.path("dir-\xff/x-\xfe-y").constData()), 0);
+        QCOMPARE(::unlink(tree.path("dir-\xff/x-\xfd-y").constData()), 0);
+        QCOMPARE(::unlink(tree.path("dir-\xff/x-\xef\xbf\xbd-y").constData()), 0);
+        QCOMPARE(::rmdir(tree.path("dir-\xff").constData()), 0);
+    }
+
+    // Output that cannot be written ends the command with a message and a failing status.
+    void writeErrorsFail_data()
+    {
+        QTest::addColumn<QStringList>("extra");
+        QTest::newRow("paths") << QStringList();
+        QTest::newRow("long") << QStringList{QStringLiteral("--long")};
+        QTest::newRow("count") << QStringList{QStringLiteral("--count")};
+        QTest::newRow("filtered") << QStringList{QStringLiteral("--filter"), QStringLiteral("hidden")};
+    }
+    void writeErrorsFail()
+    {
+        QFETCH(QStringList, extra);
+        SearchTreeFixture tree;
+        tree.buildStandard();
+        QProcess process;
+        process.setStandardOutputFile(QStringLiteral("/dev/full"));
+        process.start(QCoreApplication::applicationFilePath(),
+                      QStringList{QStringLiteral("--run-search"), QStringLiteral("match"), QString::fromUtf8(tree.root())} +
+                          extra);
+        QVERIFY(process.waitForFinished(60000));
+        QCOMPARE(process.exitCode(), 2);
+        QVERIFY(process.readAllStandardError().contains("could not write the results: No space left on device"));
+    }
+
     void folderDefaultsToStoredLocationThenHome()
     {
         SearchTreeFixture tree;

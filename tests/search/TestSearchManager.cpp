@@ -6,7 +6,13 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <QThreadPool>
+#include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <thread>
 
@@ -27,6 +33,40 @@ SearchItemPtr itemNamed(const QList<SearchItemPtr>& items, const QByteArray& nam
         if (item->rawFileName == name)
             return item;
     return nullptr;
+}
+
+// Sets a file's access time far into the past, so that any read of it (or listing of a folder, under
+// relatime) shows.
+void ageAccessTime(const QByteArray& path)
+{
+    const timespec times[2] = {{946684800, 0}, {0, UTIME_OMIT}}; // 2000-01-01
+    QCOMPARE(::utimensat(AT_FDCWD, path.constData(), times, 0), 0);
+}
+
+time_t accessTime(const QByteArray& path)
+{
+    struct stat info
+    {
+    };
+    return ::stat(path.constData(), &info) == 0 ? info.st_atime : 0;
+}
+
+// A tree of `folders` folders of one matching file each, with the folders' access times in the past.
+void agedWideTree(SearchTreeFixture& tree, int folders)
+{
+    for (int i = 0; i < folders; ++i)
+        tree.wideFolder("f" + QByteArray::number(i), 1, "hit-");
+    for (int i = 0; i < folders; ++i)
+        ageAccessTime(tree.path("f" + QByteArray::number(i)));
+}
+
+// How many of the aged folders a walk has listed since.
+int listedFolders(SearchTreeFixture& tree, int folders)
+{
+    int listed = 0;
+    for (int i = 0; i < folders; ++i)
+        listed += accessTime(tree.path("f" + QByteArray::number(i))) > 946684800 ? 1 : 0;
+    return listed;
 }
 
 qint64 lstatSize(const QByteArray& path)
@@ -246,6 +286,141 @@ private Q_SLOTS:
         QVERIFY(item->fileName().contains(QChar(0xFFFD)));
         QCOMPARE(item->rawFileName, QByteArray("bad-\xff\xfe-match.bin"));
         QCOMPARE(::access(item->nativeFullPath().constData(), F_OK), 0);
+    }
+
+    // Files whose name tells nothing keep their access times: their contents are never read, even
+    // when unreadable or when an extension is unknown.
+    void typesComeFromNamesAndAccessTimesStay()
+    {
+        SearchTreeFixture tree;
+        tree.file("plain-probe", "#!/bin/sh\necho text\n");
+        tree.file("odd-probe.zzqx", "%PDF-1.4 not really\n");
+        tree.file("locked-probe", "secret\n");
+        tree.file("named-probe.txt", "text\n");
+        QCOMPARE(::chmod(tree.path("locked-probe").constData(), 0), 0);
+        for (const char* name : {"plain-probe", "odd-probe.zzqx", "locked-probe", "named-probe.txt"})
+            ageAccessTime(tree.path(name));
+        SearchManager manager(m_center);
+        manager.setFilterMask(SearchItemClass::All);
+        search(manager, QStringLiteral("probe"), tree.root());
+        QCOMPARE(manager.getSearchResultArray().size(), 4);
+        for (const char* name : {"plain-probe", "odd-probe.zzqx", "locked-probe"}) {
+            QCOMPARE(itemNamed(manager.getSearchResultArray(), name)->fileType(),
+                     QStringLiteral("application/octet-stream"));
+            QCOMPARE(accessTime(tree.path(name)), time_t(946684800));
+        }
+        QCOMPARE(itemNamed(manager.getSearchResultArray(), "named-probe.txt")->fileType(), QStringLiteral("text/plain"));
+        QCOMPARE(itemNamed(manager.getSearchResultArray(), "locked-probe")->fileSize, 7);
+    }
+
+    // A ".hidden" that is no list (a link to an endless device, a huge file) is not read.
+    void hiddenListOnlyFromASmallRegularFile()
+    {
+        SearchTreeFixture tree;
+        tree.file("zero/zero-x");
+        tree.symlink("zero/.hidden", "/dev/zero");
+        tree.file("huge/huge-x");
+        tree.file("huge/.hidden", "huge-x\n");
+        QCOMPARE(::truncate(tree.path("huge/.hidden").constData(), 64LL * 1024 * 1024), 0);
+        tree.file("small/small-x");
+        tree.file("small/.hidden", "small-x\n");
+        SearchManager manager(m_center);
+        manager.setFilterMask(SearchItemClass::All);
+        QElapsedTimer timer;
+        timer.start();
+        search(manager, QStringLiteral("-x"), tree.root());
+        QVERIFY(timer.elapsed() < 10000);
+        QVERIFY(!itemNamed(manager.getSearchResultArray(), "zero-x")->fileHidden);
+        QVERIFY(!itemNamed(manager.getSearchResultArray(), "huge-x")->fileHidden);
+        QVERIFY(itemNamed(manager.getSearchResultArray(), "small-x")->fileHidden);
+    }
+
+    // A search replaced by another stops: it lists almost none of its folders, and none of its
+    // matches reach the new lists.
+    void replacedSearchStopsAndStaysOut()
+    {
+        SearchTreeFixture big;
+        agedWideTree(big, 1000);
+        SearchTreeFixture small;
+        small.file("only-hit");
+        SearchManager manager(m_center);
+        // Keep the pool busy, so the first scan may still be waiting for a thread when it is replaced.
+        QThreadPool::globalInstance()->start([] { QThread::msleep(300); });
+        QCOMPARE(manager.performSearchWithTemplate(QStringLiteral("hit"), QString::fromUtf8(big.root())),
+                 SearchManager::StartResult::Started);
+        search(manager, QStringLiteral("hit"), small.root());
+        QTest::qWait(1500);
+        QCOMPARE(manager.getSearchResultArray().size(), 1);
+        QCOMPARE(manager.getSearchResultArray().first()->rawFileName, QByteArray("only-hit"));
+        QVERIFY2(listedFolders(big, 1000) < 500, QByteArray::number(listedFolders(big, 1000)).constData());
+    }
+
+    // Cancel, then a new search at once: the cancelled one never runs on, even if it had not started.
+    void cancelThenRestart()
+    {
+        SearchTreeFixture big;
+        agedWideTree(big, 1000);
+        SearchTreeFixture small;
+        small.file("only-hit");
+        SearchManager manager(m_center);
+        RecordingDialog dialog;
+        manager.setSearchResultDialog(&dialog);
+        QCOMPARE(manager.performSearchWithTemplate(QStringLiteral("hit"), QString::fromUtf8(big.root())),
+                 SearchManager::StartResult::Started);
+        manager.cancelSearchByButton();
+        search(manager, QStringLiteral("hit"), small.root());
+        QTest::qWait(1500);
+        QCOMPARE(manager.getSearchResultArray().size(), 1);
+        QCOMPARE(dialog.completed, 1);
+        QVERIFY2(listedFolders(big, 1000) < 500, QByteArray::number(listedFolders(big, 1000)).constData());
+    }
+
+    // A start that searches nothing still ends the search before it: its late matches and its
+    // completion do not land in the new, empty lists.
+    void startThatSearchesNothingEndsThePreviousSearch()
+    {
+        SearchTreeFixture big;
+        agedWideTree(big, 50);
+        SearchManager manager(m_center);
+        RecordingDialog dialog;
+        manager.setSearchResultDialog(&dialog);
+        QSignalSpy finished(&manager, &SearchManager::searchFinished);
+        QSignalSpy refused(&manager, &SearchManager::searchRefused);
+        QCOMPARE(manager.performSearchWithTemplate(QStringLiteral("hit"), QString::fromUtf8(big.root())),
+                 SearchManager::StartResult::Started);
+        QCOMPARE(manager.performSearchWithTemplate(QString(1500, QLatin1Char('a')), QString::fromUtf8(big.root())),
+                 SearchManager::StartResult::TemplateTooLong);
+        QCOMPARE(refused.size(), 1);
+        QVERIFY(refused.first().first().toString().contains(QLatin1String("1500 bytes")));
+        QCOMPARE(manager.lastStartMessage(), refused.first().first().toString());
+        QTest::qWait(1500);
+        QVERIFY(manager.getSearchResultArray().isEmpty());
+        QVERIFY(manager.getFilteredSearchResultArray().isEmpty());
+        QCOMPARE(finished.size(), 0);
+        QCOMPARE(dialog.completed, 0);
+        QVERIFY(!manager.isSearching());
+    }
+
+    // The folder is cleaned once for every caller: a trailing slash or "." parts give the same paths
+    // as the plain folder, and ".." is resolved by the file system.
+    void folderIsCleanedForEveryCaller()
+    {
+        SearchTreeFixture tree;
+        tree.file("real/sub/in-x");
+        tree.file("other-x");
+        tree.symlink("link", "real/sub");
+        SearchManager manager(m_center);
+        search(manager, QStringLiteral("-x"), tree.root() + "//./");
+        QCOMPARE(manager.getSearchResultArray().size(), 2);
+        for (const SearchItemPtr& item : manager.getSearchResultArray())
+            QVERIFY2(!item->rawFilePath().contains("//") && !item->rawFilePath().endsWith('/'),
+                     item->rawFilePath().constData());
+        // link/.. is the link target's parent, "real", not the tree's root.
+        search(manager, QStringLiteral("-x"), tree.path("link/.."));
+        QCOMPARE(manager.getSearchResultArray().size(), 1);
+        QCOMPARE(manager.getSearchResultArray().first()->rawFileName, QByteArray("in-x"));
+        QCOMPARE(SearchPaths::cleanFolder("/a//b/./c/"), QByteArray("/a/b/c"));
+        QCOMPARE(SearchPaths::cleanFolder("/"), QByteArray("/"));
     }
 
     void pathHelpers_data()
