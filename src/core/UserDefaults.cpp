@@ -18,6 +18,7 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -324,9 +325,16 @@ DomainFile readDomainFile(const QString& path)
     } else if (st.st_size > UserDefaults::kMaxFileSize) {
         result.reason = QStringLiteral("larger than %1 bytes").arg(UserDefaults::kMaxFileSize);
     } else {
-        data.resize(UserDefaults::kMaxFileSize + 1);
+        // The size may change while reading: read on until the end, but never past the limit.
+        const qsizetype cap = UserDefaults::kMaxFileSize + 1;
+        data.resize(std::min<qsizetype>(qsizetype(st.st_size) + 4096, cap));
         qsizetype got = 0;
-        while (got < data.size()) {
+        for (;;) {
+            if (got == data.size()) {
+                if (data.size() == cap)
+                    break;
+                data.resize(std::min<qsizetype>(data.size() * 2, cap));
+            }
             const ssize_t n = ::read(fd, data.data() + got, size_t(data.size() - got));
             if (n < 0 && errno == EINTR)
                 continue;
@@ -378,7 +386,7 @@ UserDefaults::UserDefaults(QString filePath)
 
 UserDefaults::~UserDefaults()
 {
-    delete m_watcher.data();
+    delete m_reloadTimer.data();
 }
 
 QString UserDefaults::domainPath(const QString& domainName)
@@ -490,11 +498,25 @@ void UserDefaults::reload()
         adopt({});
 }
 
+namespace {
+// One watcher for every store of the process (inotify instances are few per user), owned by the
+// application object so that a store outliving it never touches a dead event loop.
+QFileSystemWatcher* sharedWatcher()
+{
+    static QPointer<QFileSystemWatcher> watcher;
+    if (!watcher && QCoreApplication::instance())
+        watcher = new QFileSystemWatcher(QCoreApplication::instance());
+    return watcher;
+}
+} // namespace
+
 void UserDefaults::watch()
 {
-    if (!QCoreApplication::instance() || m_readOnly)
+    if (m_readOnly)
         return;
-    m_watcher = new QFileSystemWatcher(QCoreApplication::instance());
+    m_watcher = sharedWatcher();
+    if (!m_watcher)
+        return;
     m_reloadTimer = new QTimer(m_watcher);
     m_reloadTimer->setSingleShot(true);
     m_reloadTimer->setInterval(50);
@@ -502,9 +524,14 @@ void UserDefaults::watch()
         rearmWatch();
         reload();
     });
-    const auto changed = [this] { m_reloadTimer->start(); };
-    QObject::connect(m_watcher, &QFileSystemWatcher::fileChanged, this, changed);
-    QObject::connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, changed);
+    QObject::connect(m_watcher, &QFileSystemWatcher::fileChanged, this, [this](const QString& path) {
+        if (path == m_filePath)
+            m_reloadTimer->start();
+    });
+    QObject::connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, [this](const QString& path) {
+        if (path == m_watchedFolder)
+            m_reloadTimer->start();
+    });
     rearmWatch();
 }
 
@@ -514,15 +541,15 @@ void UserDefaults::rearmWatch()
         return;
     // The folder sees the file replaced; the file itself sees writes in place. A replaced file is a new
     // inode, so the file watch is renewed each time. Until the folder exists, its nearest parent is
-    // watched.
-    if (!m_watcher->files().isEmpty())
-        m_watcher->removePaths(m_watcher->files());
-    if (!m_watcher->directories().isEmpty())
-        m_watcher->removePaths(m_watcher->directories());
+    // watched. Paths are never dropped, as other stores may share them.
     QFileInfo folder(QFileInfo(m_filePath).absolutePath());
     while (!folder.exists() && !folder.isRoot())
         folder = QFileInfo(folder.absolutePath());
-    m_watcher->addPath(folder.absoluteFilePath());
+    m_watchedFolder = folder.absoluteFilePath();
+    if (!m_watcher->directories().contains(m_watchedFolder))
+        m_watcher->addPath(m_watchedFolder);
+    if (m_watcher->files().contains(m_filePath))
+        m_watcher->removePath(m_filePath);
     const QFileInfo file(m_filePath);
     if (file.isFile() && file.isReadable())
         m_watcher->addPath(m_filePath);

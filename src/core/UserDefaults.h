@@ -95,7 +95,8 @@ private:
     QSet<QString> m_pending;
     bool m_readOnly = false;
     bool m_reported = false;
-    // Owned by the application object, so that a store outliving it never touches a dead event loop.
+    // Both belong to the application object (see watch()).
     QPointer<QFileSystemWatcher> m_watcher;
     QPointer<QTimer> m_reloadTimer;
+    QString m_watchedFolder;
 };

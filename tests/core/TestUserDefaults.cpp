@@ -1,3 +1,4 @@
+#include "core/NotificationCenter.h"
 #include "core/UserDefaults.h"
 
 #include <QDir>
@@ -225,7 +226,14 @@ private Q_SLOTS:
     {
         UserDefaults d(path());
         d.setObject(1, QStringLiteral("n"));
+        // Another store of this process coming and going leaves the watch in place.
+        QCOMPARE(UserDefaults(path()).integerForKey(QStringLiteral("n")), 1);
         QSignalSpy changed(&d, &UserDefaults::valuesChanged);
+        QStringList announced;
+        QObject context;
+        NotificationCenter::defaultCenter().addObserver(
+            UserDefaults::didChangeNotificationName(), &d, &context,
+            [&](const Notification& n) { announced += n.userInfo.value(QStringLiteral("keys")).toStringList(); });
         // Written in place by a shell, not replaced: the file's own watch sees it.
         const int rc = QProcess::execute(QStringLiteral("sh"),
                                          {QStringLiteral("-c"), QStringLiteral("printf '%s' '{\"n\": 2, \"new\": 1.5}' > \"$1\""),
@@ -237,6 +245,8 @@ private Q_SLOTS:
         QStringList keys = changed.takeFirst().value(0).toStringList();
         keys.sort();
         QCOMPARE(keys, (QStringList{QStringLiteral("n"), QStringLiteral("new")}));
+        announced.sort();
+        QCOMPARE(announced, keys);
         // Replaced by a rename, as careful writers do, and a key removed.
         const QString tmp = path() + QStringLiteral(".new");
         writeAll(tmp, "{\"n\": 2}");
