@@ -13,6 +13,7 @@
 #include <QUrl>
 
 #include <functional>
+#include <vector>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -220,6 +221,31 @@ private Q_SLOTS:
         // Each store now sees the other's keys as of its last write.
         QVERIFY(mine.boolForKey(QStringLiteral("foreign")));
         QCOMPARE(theirs.integerForKey(QStringLiteral("mine")), 1);
+    }
+
+    void processesWritingAtOnceLoseNothing()
+    {
+        // Several processes, each setting its own keys one write at a time, all at the same moment.
+        constexpr int kWriters = 4;
+        constexpr int kKeys = 25;
+        std::vector<pid_t> writers;
+        for (int w = 0; w < kWriters; ++w) {
+            const pid_t pid = ::fork();
+            if (pid == 0) {
+                UserDefaults d(path());
+                for (int k = 0; k < kKeys; ++k)
+                    d.setObject(k, QStringLiteral("w%1-k%2").arg(w).arg(k));
+                ::_exit(0);
+            }
+            QVERIFY(pid > 0);
+            writers.push_back(pid);
+        }
+        for (const pid_t pid : writers) {
+            int status = 0;
+            QCOMPARE(::waitpid(pid, &status, 0), pid);
+            QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        }
+        QCOMPARE(UserDefaults(path()).dictionaryRepresentation().size(), kWriters * kKeys);
     }
 
     void followsChangesMadeByAnotherProcess()
