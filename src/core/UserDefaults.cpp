@@ -2,24 +2,21 @@
 
 #include "HomeFolder.h"
 #include "NotificationCenter.h"
+#include "SettingsJson.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QLockFile>
-#include <QRegularExpression>
 #include <QSaveFile>
 #include <QStandardPaths>
 #include <QTimer>
-#include <QUrl>
 
+#include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -30,260 +27,10 @@
 
 namespace {
 
-const QString kDateTag = QStringLiteral("$date");
-const QString kDataTag = QStringLiteral("$data");
-const QString kUrlTag = QStringLiteral("$url");
-// QJsonDocument reads "1.0" as the integer 1. Before parsing, every number written with a decimal point
-// or an exponent is turned into a string with this prefix, which reads back as a double.
-const QString kDoubleMark = QString(QChar(0)) + QLatin1Char('#');
-
-// A double's JSON text, with a decimal point or an exponent even when it is whole.
-QByteArray doubleText(double d)
-{
-    if (!std::isfinite(d))
-        return "null";
-    QByteArray text = QByteArray::number(d, 'g', QLocale::FloatingPointShortest);
-    if (!text.contains('.') && !text.contains('e'))
-        text += ".0";
-    return text;
-}
-
-QByteArray markDoubles(const QByteArray& text)
-{
-    static const QRegularExpression number(QStringLiteral("^-?(0|[1-9][0-9]*)(\\.[0-9]+)?([eE][+-]?[0-9]+)?$"));
-    QByteArray out;
-    out.reserve(text.size() + text.size() / 8);
-    bool inString = false;
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const char c = text.at(i);
-        if (inString) {
-            out += c;
-            if (c == '\\' && i + 1 < text.size())
-                out += text.at(++i);
-            else if (c == '"')
-                inString = false;
-            continue;
-        }
-        if (c == '"') {
-            inString = true;
-            out += c;
-            continue;
-        }
-        if (c != '-' && (c < '0' || c > '9')) {
-            out += c;
-            continue;
-        }
-        qsizetype end = i;
-        while (end < text.size() && std::strchr("0123456789+-.eE", text.at(end)) && text.at(end) != '\0')
-            ++end;
-        const QByteArray token = text.mid(i, end - i);
-        const bool fractional = token.contains('.') || token.contains('e') || token.contains('E');
-        if (fractional && number.match(QString::fromLatin1(token)).hasMatch())
-            out += "\"\\u0000#" + token + '"';
-        else
-            out += token;
-        i = end - 1;
-    }
-    return out;
-}
-
-bool isNumeric(const QVariant& v)
-{
-    switch (v.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isWholeNumber(const QVariant& v)
-{
-    return isNumeric(v) && v.typeId() != QMetaType::Double && v.typeId() != QMetaType::Float;
-}
-
-// Integers of every width count as one kind, so a stored qint64 equals the int a caller hands in; an
-// integer never equals a double, as each reads back as its own kind.
-int typeKind(const QVariant& v)
-{
-    if (isWholeNumber(v))
-        return QMetaType::LongLong;
-    if (v.typeId() == QMetaType::Float)
-        return QMetaType::Double;
-    if (v.typeId() == QMetaType::QStringList)
-        return QMetaType::QVariantList;
-    return v.typeId();
-}
-
-bool sameValue(const QVariant& a, const QVariant& b)
-{
-    return a.isValid() == b.isValid() && typeKind(a) == typeKind(b) && a == b;
-}
-
-QJsonValue toJson(const QVariant& value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Bool:
-        return value.toBool();
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-        return QJsonValue(value.toLongLong());
-    case QMetaType::Double:
-    case QMetaType::Float:
-        // QJsonValue itself turns a whole double into an integer.
-        return kDoubleMark + QString::fromLatin1(doubleText(value.toDouble()));
-    case QMetaType::QDateTime:
-        return QJsonObject{{kDateTag, value.toDateTime().toUTC().toString(Qt::ISODateWithMs)}};
-    case QMetaType::QByteArray:
-        return QJsonObject{{kDataTag, QString::fromLatin1(value.toByteArray().toBase64())}};
-    case QMetaType::QUrl:
-        return QJsonObject{{kUrlTag, value.toUrl().toString(QUrl::FullyEncoded)}};
-    case QMetaType::QVariantList:
-    case QMetaType::QStringList: {
-        QJsonArray array;
-        for (const QVariant& item : value.toList())
-            array.append(toJson(item));
-        return array;
-    }
-    case QMetaType::QVariantMap: {
-        QJsonObject object;
-        const QVariantMap map = value.toMap();
-        for (auto it = map.begin(); it != map.end(); ++it)
-            object.insert(it.key(), toJson(it.value()));
-        return object;
-    }
-    default:
-        return value.toString();
-    }
-}
-
-// A tagged value ({"$date": ...}) whose content does not parse stays the dictionary it is, so that a
-// rewrite puts it back as it was.
-QVariant fromTagged(const QJsonObject& object)
-{
-    if (object.size() != 1 || !object.begin().value().isString())
-        return {};
-    const QString tag = object.begin().key();
-    const QString text = object.begin().value().toString();
-    if (tag == kDateTag) {
-        const QDateTime date = QDateTime::fromString(text, Qt::ISODateWithMs);
-        return date.isValid() ? QVariant(date) : QVariant();
-    }
-    if (tag == kDataTag) {
-        const auto decoded = QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
-        return decoded ? QVariant(*decoded) : QVariant();
-    }
-    if (tag == kUrlTag) {
-        const QUrl url(text, QUrl::StrictMode);
-        return url.isValid() ? QVariant(url) : QVariant();
-    }
-    return {};
-}
-
-QVariant fromJson(const QJsonValue& value)
-{
-    switch (value.type()) {
-    case QJsonValue::Bool:
-        return value.toBool();
-    case QJsonValue::Double:
-        // The parser keeps "1" an integer and "1.0" a double.
-        return value.toVariant();
-    case QJsonValue::String:
-        if (value.toString().startsWith(kDoubleMark))
-            return value.toString().mid(kDoubleMark.size()).toDouble();
-        return value.toString();
-    case QJsonValue::Array: {
-        QVariantList list;
-        for (const QJsonValue& item : value.toArray())
-            list.append(fromJson(item));
-        return list;
-    }
-    case QJsonValue::Object: {
-        const QJsonObject object = value.toObject();
-        if (QVariant tagged = fromTagged(object); tagged.isValid())
-            return tagged;
-        QVariantMap map;
-        for (auto it = object.begin(); it != object.end(); ++it)
-            map.insert(it.key(), fromJson(it.value()));
-        return map;
-    }
-    default:
-        return {};
-    }
-}
-
-// JSON text of a value. QJsonDocument writes the double 1.0 as "1", which reads back as an integer;
-// here a double always carries a decimal point or an exponent (the marked strings above).
-void writeJson(QByteArray& out, const QJsonValue& value, int depth)
-{
-    const QByteArray indent((depth + 1) * 4, ' ');
-    switch (value.type()) {
-    case QJsonValue::Double: {
-        const QVariant number = value.toVariant();
-        if (isWholeNumber(number)) {
-            out += QByteArray::number(number.toLongLong());
-            break;
-        }
-        out += doubleText(number.toDouble());
-        break;
-    }
-    case QJsonValue::Array: {
-        const QJsonArray array = value.toArray();
-        if (array.isEmpty()) {
-            out += "[]";
-            break;
-        }
-        out += "[\n";
-        for (qsizetype i = 0; i < array.size(); ++i) {
-            out += indent;
-            writeJson(out, array.at(i), depth + 1);
-            out += i + 1 < array.size() ? ",\n" : "\n";
-        }
-        out += QByteArray(depth * 4, ' ') + ']';
-        break;
-    }
-    case QJsonValue::Object: {
-        const QJsonObject object = value.toObject();
-        if (object.isEmpty()) {
-            out += "{}";
-            break;
-        }
-        out += "{\n";
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            out += indent;
-            writeJson(out, QJsonValue(it.key()), depth + 1);
-            out += ": ";
-            writeJson(out, it.value(), depth + 1);
-            out += std::next(it) != object.end() ? ",\n" : "\n";
-        }
-        out += QByteArray(depth * 4, ' ') + '}';
-        break;
-    }
-    case QJsonValue::String:
-        if (value.toString().startsWith(kDoubleMark)) {
-            out += value.toString().mid(kDoubleMark.size()).toLatin1();
-            break;
-        }
-        [[fallthrough]];
-    default: {
-        // Strings, booleans and null as the standard writer escapes them.
-        const QByteArray wrapped = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-        out += wrapped.mid(1, wrapped.size() - 2);
-        break;
-    }
-    }
-}
+using SettingsJson::isNumeric;
+using SettingsJson::sameValue;
+using SettingsJson::toJson;
+using SettingsJson::valuesOf;
 
 struct DomainFile
 {
@@ -324,9 +71,16 @@ DomainFile readDomainFile(const QString& path)
     } else if (st.st_size > UserDefaults::kMaxFileSize) {
         result.reason = QStringLiteral("larger than %1 bytes").arg(UserDefaults::kMaxFileSize);
     } else {
-        data.resize(UserDefaults::kMaxFileSize + 1);
+        // The size may change while reading: read on until the end, but never past the limit.
+        const qsizetype cap = UserDefaults::kMaxFileSize + 1;
+        data.resize(std::min<qsizetype>(qsizetype(st.st_size) + 4096, cap));
         qsizetype got = 0;
-        while (got < data.size()) {
+        for (;;) {
+            if (got == data.size()) {
+                if (data.size() == cap)
+                    break;
+                data.resize(std::min<qsizetype>(data.size() * 2, cap));
+            }
             const ssize_t n = ::read(fd, data.data() + got, size_t(data.size() - got));
             if (n < 0 && errno == EINTR)
                 continue;
@@ -346,25 +100,11 @@ DomainFile readDomainFile(const QString& path)
     ::close(fd);
     if (!result.reason.isEmpty())
         return result;
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(markDoubles(data), &error);
-    if (error.error != QJsonParseError::NoError) {
-        result.reason = error.errorString();
-    } else if (!doc.isObject()) {
-        result.reason = QStringLiteral("not a JSON object");
-    } else {
+    if (auto object = SettingsJson::parseObject(data, &result.reason)) {
         result.status = DomainFile::Parsed;
-        result.object = doc.object();
+        result.object = std::move(*object);
     }
     return result;
-}
-
-QVariantMap valuesOf(const QJsonObject& object)
-{
-    QVariantMap map;
-    for (auto it = object.begin(); it != object.end(); ++it)
-        map.insert(it.key(), fromJson(it.value()));
-    return map;
 }
 
 } // namespace
@@ -378,7 +118,7 @@ UserDefaults::UserDefaults(QString filePath)
 
 UserDefaults::~UserDefaults()
 {
-    delete m_watcher.data();
+    delete m_reloadTimer.data();
 }
 
 QString UserDefaults::domainPath(const QString& domainName)
@@ -490,11 +230,25 @@ void UserDefaults::reload()
         adopt({});
 }
 
+namespace {
+// One watcher for every store of the process (inotify instances are few per user), owned by the
+// application object so that a store outliving it never touches a dead event loop.
+QFileSystemWatcher* sharedWatcher()
+{
+    static QPointer<QFileSystemWatcher> watcher;
+    if (!watcher && QCoreApplication::instance())
+        watcher = new QFileSystemWatcher(QCoreApplication::instance());
+    return watcher;
+}
+} // namespace
+
 void UserDefaults::watch()
 {
-    if (!QCoreApplication::instance() || m_readOnly)
+    if (m_readOnly)
         return;
-    m_watcher = new QFileSystemWatcher(QCoreApplication::instance());
+    m_watcher = sharedWatcher();
+    if (!m_watcher)
+        return;
     m_reloadTimer = new QTimer(m_watcher);
     m_reloadTimer->setSingleShot(true);
     m_reloadTimer->setInterval(50);
@@ -502,9 +256,14 @@ void UserDefaults::watch()
         rearmWatch();
         reload();
     });
-    const auto changed = [this] { m_reloadTimer->start(); };
-    QObject::connect(m_watcher, &QFileSystemWatcher::fileChanged, this, changed);
-    QObject::connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, changed);
+    QObject::connect(m_watcher, &QFileSystemWatcher::fileChanged, this, [this](const QString& path) {
+        if (path == m_filePath)
+            m_reloadTimer->start();
+    });
+    QObject::connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, [this](const QString& path) {
+        if (path == m_watchedFolder)
+            m_reloadTimer->start();
+    });
     rearmWatch();
 }
 
@@ -514,15 +273,15 @@ void UserDefaults::rearmWatch()
         return;
     // The folder sees the file replaced; the file itself sees writes in place. A replaced file is a new
     // inode, so the file watch is renewed each time. Until the folder exists, its nearest parent is
-    // watched.
-    if (!m_watcher->files().isEmpty())
-        m_watcher->removePaths(m_watcher->files());
-    if (!m_watcher->directories().isEmpty())
-        m_watcher->removePaths(m_watcher->directories());
+    // watched. Paths are never dropped, as other stores may share them.
     QFileInfo folder(QFileInfo(m_filePath).absolutePath());
     while (!folder.exists() && !folder.isRoot())
         folder = QFileInfo(folder.absolutePath());
-    m_watcher->addPath(folder.absoluteFilePath());
+    m_watchedFolder = folder.absoluteFilePath();
+    if (!m_watcher->directories().contains(m_watchedFolder))
+        m_watcher->addPath(m_watchedFolder);
+    if (m_watcher->files().contains(m_filePath))
+        m_watcher->removePath(m_filePath);
     const QFileInfo file(m_filePath);
     if (file.isFile() && file.isReadable())
         m_watcher->addPath(m_filePath);
@@ -715,9 +474,7 @@ bool UserDefaults::synchronize()
     }
 
     QSaveFile file(m_filePath);
-    QByteArray text;
-    writeJson(text, merged, 0);
-    text += '\n';
+    const QByteArray text = SettingsJson::serialize(merged);
     if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit()) {
         std::fprintf(stderr, "trovix: cannot write settings %s: %s\n", qPrintable(m_filePath),
                      qPrintable(file.errorString()));

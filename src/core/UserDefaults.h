@@ -11,12 +11,11 @@
 class QFileSystemWatcher;
 class QTimer;
 
-// One settings domain kept in a JSON file that several processes share. Values keep their type:
-// booleans, integers, doubles (always written with a decimal point), strings, dates ({"$date": ISO-8601}),
-// data ({"$data": base64}), URLs ({"$url": text}), lists and dictionaries; a tagged value that does not
-// parse is kept as it stands. A change is written at once: under a lock file the current file is re-read,
-// only the keys this process changed are replaced, and the result is saved atomically. Changes other
-// processes make are followed while an event loop runs (valuesChanged()).
+// One settings domain kept in a JSON file that several processes share. Values keep their type
+// (booleans, integers, doubles, strings, dates, data, URLs, lists, dictionaries; see SettingsJson).
+// A change is written at once: under a lock file the current file is re-read, only the keys this
+// process changed are replaced, and the result is saved atomically. Changes other processes make are
+// followed while an event loop runs (valuesChanged()).
 // Only a regular file of at most kMaxFileSize bytes is read. One that cannot be parsed (or is not a
 // regular file) is renamed aside (".corrupt-<time>") and reported once; the domain then starts empty.
 // One that cannot be read at all stays where it is and the domain runs read-only on defaults.
@@ -95,7 +94,8 @@ private:
     QSet<QString> m_pending;
     bool m_readOnly = false;
     bool m_reported = false;
-    // Owned by the application object, so that a store outliving it never touches a dead event loop.
+    // Both belong to the application object (see watch()).
     QPointer<QFileSystemWatcher> m_watcher;
     QPointer<QTimer> m_reloadTimer;
+    QString m_watchedFolder;
 };

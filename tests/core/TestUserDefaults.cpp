@@ -1,3 +1,4 @@
+#include "core/NotificationCenter.h"
 #include "core/UserDefaults.h"
 
 #include <QDir>
@@ -12,6 +13,7 @@
 #include <QUrl>
 
 #include <functional>
+#include <vector>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -221,11 +223,43 @@ private Q_SLOTS:
         QCOMPARE(theirs.integerForKey(QStringLiteral("mine")), 1);
     }
 
+    void processesWritingAtOnceLoseNothing()
+    {
+        // Several processes, each setting its own keys one write at a time, all at the same moment.
+        constexpr int kWriters = 4;
+        constexpr int kKeys = 25;
+        std::vector<pid_t> writers;
+        for (int w = 0; w < kWriters; ++w) {
+            const pid_t pid = ::fork();
+            if (pid == 0) {
+                UserDefaults d(path());
+                for (int k = 0; k < kKeys; ++k)
+                    d.setObject(k, QStringLiteral("w%1-k%2").arg(w).arg(k));
+                ::_exit(0);
+            }
+            QVERIFY(pid > 0);
+            writers.push_back(pid);
+        }
+        for (const pid_t pid : writers) {
+            int status = 0;
+            QCOMPARE(::waitpid(pid, &status, 0), pid);
+            QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        }
+        QCOMPARE(UserDefaults(path()).dictionaryRepresentation().size(), kWriters * kKeys);
+    }
+
     void followsChangesMadeByAnotherProcess()
     {
         UserDefaults d(path());
         d.setObject(1, QStringLiteral("n"));
+        // Another store of this process coming and going leaves the watch in place.
+        QCOMPARE(UserDefaults(path()).integerForKey(QStringLiteral("n")), 1);
         QSignalSpy changed(&d, &UserDefaults::valuesChanged);
+        QStringList announced;
+        QObject context;
+        NotificationCenter::defaultCenter().addObserver(
+            UserDefaults::didChangeNotificationName(), &d, &context,
+            [&](const Notification& n) { announced += n.userInfo.value(QStringLiteral("keys")).toStringList(); });
         // Written in place by a shell, not replaced: the file's own watch sees it.
         const int rc = QProcess::execute(QStringLiteral("sh"),
                                          {QStringLiteral("-c"), QStringLiteral("printf '%s' '{\"n\": 2, \"new\": 1.5}' > \"$1\""),
@@ -237,6 +271,8 @@ private Q_SLOTS:
         QStringList keys = changed.takeFirst().value(0).toStringList();
         keys.sort();
         QCOMPARE(keys, (QStringList{QStringLiteral("n"), QStringLiteral("new")}));
+        announced.sort();
+        QCOMPARE(announced, keys);
         // Replaced by a rename, as careful writers do, and a key removed.
         const QString tmp = path() + QStringLiteral(".new");
         writeAll(tmp, "{\"n\": 2}");
