@@ -428,7 +428,6 @@ void PanelWindow::mouseReleaseEvent(QMouseEvent* event)
 
 void PanelWindow::dragDidEnd()
 {
-
     m_systemMoveEnd.cancel();
     m_dragging = false;
     m_systemMove = false;
