@@ -18,6 +18,11 @@ MemoryFigures MemoryFigures::from(const VmStatistics64& stats, quint64 physicalM
     return f;
 }
 
+quint64 MemoryFigures::cleanedSize(const VmStatistics64& before, const VmStatistics64& after, quint32 pageSize)
+{
+    return after.free_count > before.free_count ? (after.free_count - before.free_count) * pageSize : 0;
+}
+
 QString MemoryFigures::percentTitle(double fraction)
 {
     return QString::asprintf("%2.0f%c", fraction * 100.0, '%');

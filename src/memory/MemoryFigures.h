@@ -21,6 +21,10 @@ struct MemoryFigures
     quint64 freeSize() const { return freePages * pageSize; }
     double usedFraction() const { return totalPages ? double(usedPages) / double(totalPages) : 0.0; }
 
+    // What a purge gave back: the increase of the kernel's free pages (MemFree) between two samples, in
+    // bytes; 0 when there is none. The dropped page cache never counted as used, so "used" hardly moves.
+    static quint64 cleanedSize(const VmStatistics64& before, const VmStatistics64& after, quint32 pageSize);
+
     // "46%": the used fraction as a number padded to two characters, then the percent sign.
     static QString percentTitle(double fraction);
 };

@@ -39,6 +39,20 @@ private slots:
         QCOMPARE(f.usedFraction(), 0.125);
     }
 
+    void cleanedIsTheIncreaseOfFreePages()
+    {
+        VmStatistics64 before;
+        before.free_count = 1000;
+        before.internal_page_count = 5000;
+        VmStatistics64 after = before;
+        // Dropped page cache: free pages grow while used stays where it was.
+        after.free_count = 3500;
+        QCOMPARE(MemoryFigures::cleanedSize(before, after, 4096), quint64(2500) * 4096);
+        QCOMPARE(MemoryFigures::usedPagesOf(after), MemoryFigures::usedPagesOf(before));
+        // Less free afterwards is no gain, not a huge unsigned one.
+        QCOMPARE(MemoryFigures::cleanedSize(after, before, 4096), quint64(0));
+    }
+
     void countersAboveTheTotalLeaveNothingFree()
     {
         VmStatistics64 s;

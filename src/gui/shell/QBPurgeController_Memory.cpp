@@ -253,11 +253,12 @@ void QBPurgeController::notifyPurged(bool success)
         button->endProgressUpdate();
     }
     if (success) {
-        const quint64 before = calculateFreeSize();
+        // The sample taken when the purge began is the "before" figure.
+        const VmStatistics64 before = m_vmstat64;
         updateMemoryStatictics();
-        const quint64 after = calculateFreeSize();
-        if (after > before) {
-            m_lLastPurgedSize = qint64(after - before);
+        const quint64 cleaned = MemoryFigures::cleanedSize(before, m_vmstat64, m_npagesize);
+        if (cleaned > 0) {
+            m_lLastPurgedSize = qint64(cleaned);
             m_tLastFreeTime = double(referenceDate().msecsTo(m_clock.now())) / 1000.0;
             m_lTicksFromLastFree = 0;
             updateLastFreeLabel();

@@ -110,7 +110,8 @@ std::optional<VmStatistics64> ProcMemInfo::countersFromFields(const Fields& fiel
     // - purgeable = 0: Linux keeps no system-wide count of memory marked as freeable on demand.
     // - wired (never paged out) = Unevictable + SUnreclaim + KernelStack + PageTables, plus Percpu on
     //   kernels that show it.
-    // - compressed = Zswapped, the memory held in the compressed swap cache; 0 without zswap.
+    // - compressed = Zswap, the memory the compressed swap cache takes up; 0 without zswap. (Zswapped is
+    //   the larger size of the pages before compression and would overstate what is in use.)
     // - active, inactive and free are the kernel's LRU totals and free pages as they stand.
     VmStatistics64 s;
     const quint64 internal = need("AnonPages") + need("Shmem");
@@ -124,7 +125,7 @@ std::optional<VmStatistics64> ProcMemInfo::countersFromFields(const Fields& fiel
     s.internal_page_count = internal / pageSize;
     s.purgeable_count = 0;
     s.wire_count = wired / pageSize;
-    s.compressor_page_count = optional("Zswapped") / pageSize;
+    s.compressor_page_count = optional("Zswap") / pageSize;
     s.active_count = active / pageSize;
     s.inactive_count = inactive / pageSize;
     s.free_count = freeBytes / pageSize;

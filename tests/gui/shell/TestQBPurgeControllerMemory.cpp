@@ -18,11 +18,13 @@ constexpr quint64 kPage = 4096;
 constexpr quint64 kPhysical = 100 * PurgeManager::kBlockSize;
 constexpr quint64 kTotalPages = kPhysical / kPage;
 
-VmStatistics64 usedShare(double fraction)
+// A sample with this share of memory used and this share free; the rest is page cache.
+VmStatistics64 usedShare(double fraction, double freeShare = 0.1)
 {
     VmStatistics64 s;
     s.internal_page_count = quint64(double(kTotalPages) * fraction);
     s.active_count = s.internal_page_count;
+    s.free_count = quint64(double(kTotalPages) * freeShare);
     return s;
 }
 
@@ -151,20 +153,20 @@ private Q_SLOTS:
         QVERIFY(!button->isEnabled());
         QVERIFY(button->isInProgress());
         QCOMPARE(button->text(), QStringLiteral("Cleaning..."));
-        // The purge frees a tenth of memory; sampling pauses meanwhile.
-        m_info->setStatistics(usedShare(0.4));
+        // The purge drops a tenth of memory's page cache (used stays); sampling pauses meanwhile.
+        m_info->setStatistics(usedShare(0.5, 0.2));
         const int readsBefore = m_info->statisticsReads();
         QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
         QCOMPARE(m_allocator->allocations(), 100);
         QVERIFY(m_info->statisticsReads() > readsBefore);
 
-        const quint64 gain = (usedShare(0.5).internal_page_count - usedShare(0.4).internal_page_count) * kPage;
+        const quint64 gain = (usedShare(0.5, 0.2).free_count - usedShare(0.5, 0.1).free_count) * kPage;
         QCOMPARE(m_home->settings.cleanedSize(), gain);
         QVERIFY(button->isEnabled());
         QVERIFY(!button->isInProgress());
         QCOMPARE(button->text(), QStringLiteral("Cleanup"));
         QCOMPARE(controller->panel()->lastCleanedText(), QStringLiteral("100 MB cleaned 3:07PM"));
-        QCOMPARE(controller->panel()->titleText(), QStringLiteral("40%"));
+        QCOMPARE(controller->panel()->titleText(), QStringLiteral("50%"));
 
         // A purge without a measurable gain records nothing; a later gain adds to the total.
         controller->onFreeMemory(false);
@@ -173,7 +175,7 @@ private Q_SLOTS:
         QCOMPARE(m_allocator->allocations(), 200);
         m_home->clock.advance(60 * 60 * 1000);
         controller->onFreeMemory(false);
-        m_info->setStatistics(usedShare(0.3));
+        m_info->setStatistics(usedShare(0.5, 0.3));
         QTRY_VERIFY_WITH_TIMEOUT(!controller->isPurging(), 20000);
         QCOMPARE(m_home->settings.cleanedSize(), 2 * gain);
         QCOMPARE(controller->panel()->lastCleanedText(), QStringLiteral("100 MB cleaned 4:07PM"));
