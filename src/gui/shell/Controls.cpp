@@ -1,10 +1,10 @@
 #include "Controls.h"
 
 #include <QEnterEvent>
+#include <QIcon>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QIcon>
 #include <QStyle>
 #include <QSvgRenderer>
 

@@ -421,14 +421,16 @@ void PanelWindow::mouseMoveEvent(QMouseEvent* event)
 
 void PanelWindow::mouseReleaseEvent(QMouseEvent* event)
 {
-    if (m_dragging)
+    // During a window-manager move Qt may hand over a release as soon as the move starts; the place is
+    // stored once the moves have settled instead.
+    if (m_dragging && !m_systemMove)
         dragDidEnd();
+    m_dragging = false;
     QWidget::mouseReleaseEvent(event);
 }
 
 void PanelWindow::dragDidEnd()
 {
-
     m_systemMoveEnd.cancel();
     m_dragging = false;
     m_systemMove = false;
