@@ -9,6 +9,8 @@ bool isCommand(const QString& word)
     static const QStringList words = {QStringLiteral("search"), QStringLiteral("hidden"), QStringLiteral("memory"),
                                       QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
                                       QStringLiteral("--version")};
+    if (word == QLatin1String("size") || word == QLatin1String("disk"))
+        return true;
     return words.contains(word);
 }
 
@@ -20,6 +22,10 @@ int run(const QString& command, const QStringList& args)
         return runHidden(args);
     if (command == QLatin1String("memory"))
         return runMemory(args);
+    if (command == QLatin1String("size"))
+        return runSize(args);
+    if (command == QLatin1String("disk"))
+        return runDisk(args);
     if (command == QLatin1String("--version"))
         return printVersion();
     return printHelp();
@@ -44,6 +50,9 @@ int printHelp()
         "  trovix hidden [show|hide|toggle]\n"
         "                              tell or switch the file manager's display of hidden files\n"
         "  trovix memory [--free]      print memory use, or free memory\n"
+        "  trovix size PATH...         print each path's space on disk in bytes\n"
+        "  trovix disk [--json] [--verify]\n"
+        "                              scan for junk, duplicates, large old files, applications\n"
         "  trovix --help | --version\n");
     return 0;
 }

@@ -15,5 +15,7 @@ int printVersion();
 int runSearch(const QStringList& args);
 int runHidden(const QStringList& args);
 int runMemory(const QStringList& args);
+int runSize(const QStringList& args);
+int runDisk(const QStringList& args);
 
 } // namespace cli
