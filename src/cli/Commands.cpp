@@ -9,7 +9,8 @@ bool isCommand(const QString& word)
     static const QStringList words = {QStringLiteral("search"), QStringLiteral("hidden"), QStringLiteral("memory"),
                                       QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
                                       QStringLiteral("--version"), QStringLiteral("hide"), QStringLiteral("unhide"),
-                                      QStringLiteral("pluginkit")};
+                                      QStringLiteral("pluginkit"), QStringLiteral("size"),
+                                      QStringLiteral("disk")};
     return words.contains(word);
 }
 
@@ -25,6 +26,10 @@ int run(const QString& command, const QStringList& args)
         return runVisibility(command == QLatin1String("unhide"), args);
     if (command == QLatin1String("pluginkit"))
         return runPluginKit(args);
+    if (command == QLatin1String("size"))
+        return runSize(args);
+    if (command == QLatin1String("disk"))
+        return runDisk(args);
     if (command == QLatin1String("--version"))
         return printVersion();
     return printHelp();
@@ -51,6 +56,9 @@ int printHelp()
         "  trovix hide FILE...         hide files from the file manager (its .hidden list)\n"
         "  trovix unhide FILE...       show them again, dropping one leading \".\" from a name\n"
         "  trovix memory [--free]      print memory use, or free memory\n"
+        "  trovix size PATH...         print each path's space on disk in bytes\n"
+        "  trovix disk [--json] [--verify]\n"
+        "                              scan for junk, duplicates, large old files, applications\n"
         "  trovix --help | --version\n");
     return 0;
 }

@@ -19,5 +19,7 @@ int runMemory(const QStringList& args);
 int runVisibility(bool visible, const QStringList& args);
 // The file managers' context-menu entries: install, remove, report.
 int runPluginKit(const QStringList& args);
+int runSize(const QStringList& args);
+int runDisk(const QStringList& args);
 
 } // namespace cli
