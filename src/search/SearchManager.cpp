@@ -364,7 +364,8 @@ SearchManager::StartResult SearchManager::performSearchWithBytes(const QByteArra
         m_typeCache->types.clear();
         m_typeCache->wholeNames = 0;
     }
-    m_packageSums = std::make_shared<QHash<QByteArray, qint64>>();
+    // Emptied on the size pool's thread, after the sums the previous search started.
+    m_sizePool.start([sums = m_packageSums] { sums->clear(); });
     findFiles(searchText, folder, [this] {
         if (m_searchResultDialog)
             m_searchResultDialog->searchCompleted();

@@ -61,7 +61,7 @@ public:
     // Why the last start searched nothing, for the user ("" after a start that ran).
     QString lastStartMessage() const { return m_lastStartMessage; }
     static QString templateTooLongMessage(qsizetype bytes);
-    // Runs the walker on the global pool with a template (ASCII letters are folded); the completion runs
+    // Runs the walker on the manager's scan pool with a template (ASCII letters are folded); the completion runs
     // on the main thread. A completion of a search that has since been replaced by a newer one is dropped.
     void findFiles(const QByteArray& lowerTemplate, const QByteArray& folder, std::function<void()> completion);
     // Called for each match, from any thread.
@@ -174,5 +174,5 @@ private:
     struct TypeCache;
     std::unique_ptr<TypeCache> m_typeCache;
     // Package sums of the current search, by path; read and written only on the size pool's thread.
-    std::shared_ptr<QHash<QByteArray, qint64>> m_packageSums;
+    const std::shared_ptr<QHash<QByteArray, qint64>> m_packageSums;
 };
