@@ -4,6 +4,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
+#include <QStringList>
 #include <QUrl>
 
 #include <cmath>
@@ -178,7 +179,7 @@ QVariant fromJson(const QJsonValue& value)
     case QJsonValue::Bool:
         return value.toBool();
     case QJsonValue::Double:
-        // The parser keeps "1" an integer and "1.0" a double.
+        // Unmarked numbers: whole ones come as integers (and ones beyond 64 bits as doubles).
         return value.toVariant();
     case QJsonValue::String:
         if (value.toString().startsWith(kDoubleMark))
@@ -204,11 +205,28 @@ QVariant fromJson(const QJsonValue& value)
     }
 }
 
+// Writes count items between the brackets, one to a line, indented four spaces a level.
+template <typename WriteItem>
+void writeContainer(QByteArray& out, char open, char close, qsizetype count, int depth, WriteItem writeItem)
+{
+    out += open;
+    if (count > 0) {
+        const QByteArray indent((depth + 1) * 4, ' ');
+        out += '\n';
+        for (qsizetype i = 0; i < count; ++i) {
+            out += indent;
+            writeItem(i);
+            out += i + 1 < count ? ",\n" : "\n";
+        }
+        out += QByteArray(depth * 4, ' ');
+    }
+    out += close;
+}
+
 // JSON text of a value. QJsonDocument writes the double 1.0 as "1", which reads back as an integer;
 // here a double always carries a decimal point or an exponent (the marked strings above).
 void writeJson(QByteArray& out, const QJsonValue& value, int depth)
 {
-    const QByteArray indent((depth + 1) * 4, ' ');
     switch (value.type()) {
     case QJsonValue::Double: {
         const QVariant number = value.toVariant();
@@ -221,34 +239,18 @@ void writeJson(QByteArray& out, const QJsonValue& value, int depth)
     }
     case QJsonValue::Array: {
         const QJsonArray array = value.toArray();
-        if (array.isEmpty()) {
-            out += "[]";
-            break;
-        }
-        out += "[\n";
-        for (qsizetype i = 0; i < array.size(); ++i) {
-            out += indent;
-            writeJson(out, array.at(i), depth + 1);
-            out += i + 1 < array.size() ? ",\n" : "\n";
-        }
-        out += QByteArray(depth * 4, ' ') + ']';
+        writeContainer(out, '[', ']', array.size(), depth,
+                       [&](qsizetype i) { writeJson(out, array.at(i), depth + 1); });
         break;
     }
     case QJsonValue::Object: {
         const QJsonObject object = value.toObject();
-        if (object.isEmpty()) {
-            out += "{}";
-            break;
-        }
-        out += "{\n";
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            out += indent;
-            writeJson(out, QJsonValue(it.key()), depth + 1);
+        const QStringList keys = object.keys();
+        writeContainer(out, '{', '}', keys.size(), depth, [&](qsizetype i) {
+            writeJson(out, QJsonValue(keys.at(i)), depth + 1);
             out += ": ";
-            writeJson(out, it.value(), depth + 1);
-            out += std::next(it) != object.end() ? ",\n" : "\n";
-        }
-        out += QByteArray(depth * 4, ' ') + '}';
+            writeJson(out, object.value(keys.at(i)), depth + 1);
+        });
         break;
     }
     case QJsonValue::String:
@@ -265,7 +267,6 @@ void writeJson(QByteArray& out, const QJsonValue& value, int depth)
     }
     }
 }
-
 
 } // namespace
 

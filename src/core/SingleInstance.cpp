@@ -51,10 +51,9 @@ bool SingleInstance::claimOnBus(bool successor)
     const QString name = QString::fromLatin1(kServiceName);
     QDBusConnectionInterface* bus = m_connection.interface();
     // Name ownership is atomic on the bus: of two copies started together exactly one wins.
-    const auto reply = bus->registerService(name,
-                                            successor ? QDBusConnectionInterface::QueueService
-                                                      : QDBusConnectionInterface::DontQueueService,
-                                            QDBusConnectionInterface::DontAllowReplacement);
+    const auto reply = bus->registerService(
+        name, successor ? QDBusConnectionInterface::QueueService : QDBusConnectionInterface::DontQueueService,
+        QDBusConnectionInterface::DontAllowReplacement);
     if (!reply.isValid())
         return false;
     if (reply.value() == QDBusConnectionInterface::ServiceRegistered)

@@ -34,7 +34,13 @@ using SettingsJson::valuesOf;
 
 struct DomainFile
 {
-    enum Status { Missing, Parsed, Corrupt, Unreadable };
+    enum Status
+    {
+        Missing,
+        Parsed,
+        Corrupt,
+        Unreadable
+    };
     Status status = Missing;
     QJsonObject object;
     QString reason;
@@ -125,8 +131,8 @@ QString UserDefaults::domainPath(const QString& domainName)
 {
     // Also links in the check that stops a process without a home before it writes under "/".
     HomeFolder::ensure();
-    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/trovix/")
-           + domainName + QStringLiteral(".json");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/trovix/") +
+           domainName + QStringLiteral(".json");
 }
 
 QString UserDefaults::didChangeNotificationName()
@@ -180,10 +186,11 @@ void UserDefaults::load()
     case DomainFile::Corrupt:
         break;
     }
-    const QString aside = m_filePath + QStringLiteral(".corrupt-")
-                          + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss"));
+    const QString aside = m_filePath + QStringLiteral(".corrupt-") +
+                          QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss"));
     if (QFile::rename(m_filePath, aside)) {
-        reportOnce(QStringLiteral("could not be read (%1); kept as %2, starting with defaults").arg(file.reason, aside));
+        reportOnce(
+            QStringLiteral("could not be read (%1); kept as %2, starting with defaults").arg(file.reason, aside));
     } else {
         m_readOnly = true;
         reportOnce(QStringLiteral("could not be read (%1) nor moved aside; settings will not be saved this session")
@@ -213,8 +220,7 @@ void UserDefaults::adopt(QVariantMap values)
     if (changed.isEmpty())
         return;
     Q_EMIT valuesChanged(changed);
-    NotificationCenter::defaultCenter().post(didChangeNotificationName(), this,
-                                             {{QStringLiteral("keys"), changed}});
+    NotificationCenter::defaultCenter().post(didChangeNotificationName(), this, {{QStringLiteral("keys"), changed}});
 }
 
 void UserDefaults::reload()
@@ -451,8 +457,8 @@ bool UserDefaults::synchronize()
         return false;
     case DomainFile::Corrupt: {
         // Spoilt while this process ran: keep it aside and write out what this process knows.
-        const QString aside = m_filePath + QStringLiteral(".corrupt-")
-                              + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss"));
+        const QString aside = m_filePath + QStringLiteral(".corrupt-") +
+                              QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss"));
         if (!QFile::rename(m_filePath, aside)) {
             m_readOnly = true;
             reportOnce(QStringLiteral("could not be read (%1) nor moved aside; settings will not be saved "

@@ -47,10 +47,7 @@ private:
     }
 
 private Q_SLOTS:
-    void homeFromTheEnvironmentWins()
-    {
-        QCOMPARE(HomeFolder::ensure(), qEnvironmentVariable("HOME"));
-    }
+    void homeFromTheEnvironmentWins() { QCOMPARE(HomeFolder::ensure(), qEnvironmentVariable("HOME")); }
 
     void withoutHomeThePasswordDatabaseStandsIn()
     {
@@ -69,10 +66,10 @@ private Q_SLOTS:
         if (::getpwuid(kUnknownUser))
             QSKIP("the test's user id is known here");
         const QString id = QString::number(kUnknownUser);
-        const Run run = runChild({QStringLiteral("env"), QStringLiteral("-u"), QStringLiteral("HOME"),
-                                  QStringLiteral("-u"), QStringLiteral("XDG_CONFIG_HOME"), QStringLiteral("setpriv"),
-                                  QStringLiteral("--reuid=") + id, QStringLiteral("--regid=") + id,
-                                  QStringLiteral("--clear-groups")});
+        const Run run =
+            runChild({QStringLiteral("env"), QStringLiteral("-u"), QStringLiteral("HOME"), QStringLiteral("-u"),
+                      QStringLiteral("XDG_CONFIG_HOME"), QStringLiteral("setpriv"), QStringLiteral("--reuid=") + id,
+                      QStringLiteral("--regid=") + id, QStringLiteral("--clear-groups")});
         QCOMPARE(run.exitCode, 1);
         QVERIFY(run.out.isEmpty());
         QCOMPARE(run.err.count('\n'), 1);

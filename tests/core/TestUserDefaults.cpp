@@ -6,9 +6,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QTemporaryFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 #include <QUrl>
 
@@ -261,9 +261,10 @@ private Q_SLOTS:
             UserDefaults::didChangeNotificationName(), &d, &context,
             [&](const Notification& n) { announced += n.userInfo.value(QStringLiteral("keys")).toStringList(); });
         // Written in place by a shell, not replaced: the file's own watch sees it.
-        const int rc = QProcess::execute(QStringLiteral("sh"),
-                                         {QStringLiteral("-c"), QStringLiteral("printf '%s' '{\"n\": 2, \"new\": 1.5}' > \"$1\""),
-                                          QStringLiteral("sh"), path()});
+        const int rc =
+            QProcess::execute(QStringLiteral("sh"),
+                              {QStringLiteral("-c"), QStringLiteral("printf '%s' '{\"n\": 2, \"new\": 1.5}' > \"$1\""),
+                               QStringLiteral("sh"), path()});
         QCOMPARE(rc, 0);
         QVERIFY(changed.wait(5000));
         QCOMPARE(d.integerForKey(QStringLiteral("n")), 2);
