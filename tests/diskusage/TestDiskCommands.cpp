@@ -3,6 +3,8 @@
 #include "cli/Commands.h"
 #include "support/DiskUsageFixture.h"
 
+#include "support/ProcessRun.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -18,32 +20,13 @@ using namespace DiskUsageFixture;
 
 namespace {
 
-struct Run {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
 Run run(const QStringList& args, const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment(),
         const QStringList& prefix = {})
 {
-    QProcess process;
-    process.setProcessEnvironment(env);
-    if (prefix.isEmpty()) {
-        process.start(QCoreApplication::applicationFilePath(), args);
-    } else {
-        process.start(prefix.first(), prefix.mid(1) + QStringList{QCoreApplication::applicationFilePath()} + args);
-    }
-    Run result;
-    if (!process.waitForFinished(240000)) {
-        process.kill();
-        process.waitForFinished();
-        return result;
-    }
-    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    return result;
+    if (prefix.isEmpty())
+        return runProcess(QCoreApplication::applicationFilePath(), args, env, 240000);
+    return runProcess(prefix.first(), prefix.mid(1) + QStringList{QCoreApplication::applicationFilePath()} + args,
+                      env, 240000);
 }
 
 bool ageDays(const QString& path, int days)

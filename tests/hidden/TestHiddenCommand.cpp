@@ -4,6 +4,8 @@
 #include "cli/Commands.h"
 #include "support/HiddenScriptRun.h"
 
+#include "support/ProcessRun.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -13,13 +15,6 @@
 #include <QtTest>
 
 namespace {
-
-struct Run
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
 
 const QByteArray kVisible = "Hidden files are visible in ";
 const QByteArray kInvisible = "Hidden files are invisible in ";
@@ -38,19 +33,7 @@ class TestHiddenCommand : public QObject
 
     Run run(const QStringList& args) const
     {
-        QProcess process;
-        process.setProcessEnvironment(m_env);
-        process.start(QCoreApplication::applicationFilePath(), QStringList{"--run-hidden"} + args);
-        Run result;
-        if (!process.waitForFinished(120000)) {
-            process.kill();
-            process.waitForFinished();
-            return result;
-        }
-        result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        result.out = process.readAllStandardOutput();
-        result.err = process.readAllStandardError();
-        return result;
+        return runProcess(QCoreApplication::applicationFilePath(), QStringList{"--run-hidden"} + args, m_env, 120000);
     }
 
     QString tool(const QString& program, const QStringList& args) const

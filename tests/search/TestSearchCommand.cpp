@@ -4,19 +4,14 @@
 #include "support/SearchTreeFixture.h"
 #include "util/VolumeName.h"
 
+#include "support/ProcessRun.h"
+
 #include <QProcess>
 #include <QtTest>
 
 #include <csignal>
 
 namespace {
-
-struct Run
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
 
 QByteArrayList sortedLines(const QByteArray& out, char separator = '\n')
 {
@@ -36,19 +31,7 @@ private:
     Run run(const QStringList& args, const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment(),
             const QString& program = QCoreApplication::applicationFilePath(), QStringList prefix = {})
     {
-        QProcess process;
-        process.setProcessEnvironment(env);
-        process.start(program, prefix + QStringList{QStringLiteral("--run-search")} + args);
-        Run result;
-        if (!process.waitForFinished(60000)) {
-            process.kill();
-            process.waitForFinished();
-            return result;
-        }
-        result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        result.out = process.readAllStandardOutput();
-        result.err = process.readAllStandardError();
-        return result;
+        return runProcess(program, prefix + QStringList{QStringLiteral("--run-search")} + args, env, 60000);
     }
     static QStringList args(std::initializer_list<QByteArray> items)
     {
