@@ -2,6 +2,7 @@
 
 #include "Walker.h"
 #include "core/NotificationCenter.h"
+#include "platform/HiddenFlag.h"
 #include "platform/linux/MountTable.h"
 #include "util/MainQueue.h"
 
@@ -21,8 +22,8 @@
 
 namespace {
 
-// A ".hidden" larger than this is not a list of names someone keeps by hand: it is ignored.
-constexpr off_t kHiddenListMax = 1024 * 1024;
+// A ".hidden" larger than this is not a list of names someone keeps by hand: it is ignored, as everywhere.
+constexpr off_t kHiddenListMax = HiddenFlag::kMaxListSize;
 // Names without an extension are cached by the whole name, up to this many per search.
 constexpr size_t kMaxWholeNameKeys = 65536;
 constexpr unsigned kStatFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;

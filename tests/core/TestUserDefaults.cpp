@@ -61,6 +61,13 @@ constexpr uid_t kNobody = 65534;
 
 // Runs fn as an unprivileged user (root reads every file whatever its mode): in a child process when
 // this one is root. fn returns an empty text on success, else what went wrong.
+// A folder of its own that the unprivileged user of runUnprivileged can enter and write.
+bool ownedByTheUnprivilegedUser(const QTemporaryDir& dir)
+{
+    return dir.isValid() &&
+           (::geteuid() != 0 || ::chown(QFile::encodeName(dir.path()).constData(), kNobody, kNobody) == 0);
+}
+
 QString runUnprivileged(const std::function<QString()>& fn)
 {
     if (::geteuid() != 0)
@@ -325,9 +332,7 @@ private Q_SLOTS:
     {
         // Its own folder, which the unprivileged user can enter.
         QTemporaryDir own;
-        QVERIFY(own.isValid());
-        if (::geteuid() == 0)
-            QCOMPARE(::chown(QFile::encodeName(own.path()).constData(), kNobody, kNobody), 0);
+        QVERIFY(ownedByTheUnprivilegedUser(own));
         const QString file = own.filePath(QStringLiteral("domain.json"));
         const QString failure = runUnprivileged([&]() -> QString {
             QFile f(file);
@@ -415,9 +420,7 @@ private Q_SLOTS:
     void corruptFileThatCannotBeMovedStaysUntouched()
     {
         QTemporaryDir own;
-        QVERIFY(own.isValid());
-        if (::geteuid() == 0)
-            QCOMPARE(::chown(QFile::encodeName(own.path()).constData(), kNobody, kNobody), 0);
+        QVERIFY(ownedByTheUnprivilegedUser(own));
         const QString file = own.filePath(QStringLiteral("domain.json"));
         const QString failure = runUnprivileged([&]() -> QString {
             QFile f(file);
