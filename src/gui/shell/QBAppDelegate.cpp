@@ -28,6 +28,7 @@ QBAppDelegate::QBAppDelegate(QBPurgeController& controller, Settings& settings, 
     , m_center(center)
     , m_distributed(distributed)
 {
+    controller.setAppDelegate(this);
 }
 
 QString QBAppDelegate::appCopyHaveJustTriedToLaunchNotificatioName()
@@ -83,6 +84,8 @@ void QBAppDelegate::setIsEnabledForHelperApp(bool enabled)
 {
     loginManager().setIsEnabledForHelperApp(enabled, [enabled] {
         QMessageBox alert;
+        alert.setObjectName(QStringLiteral("loginItemFailedAlert"));
+        alert.setWindowTitle(QGuiApplication::applicationDisplayName());
         alert.setIcon(QMessageBox::Warning);
         alert.setText(Texts::platformWords(QStringLiteral("An error ocurred")));
         alert.setInformativeText(enabled ? QStringLiteral("Couldn't add Helper App to launch at login item list.")

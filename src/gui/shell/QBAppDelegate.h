@@ -47,8 +47,10 @@ public:
     bool copyAppToApplications(QString* destination);
 
     // The preferences' "Launch at system startup": a failure is shown in an alert.
+    void toggleLaunchAtStartup(bool enabled) { setIsEnabledForHelperApp(enabled); }
     void setIsEnabledForHelperApp(bool enabled);
     void setLoginManager(RunAtLoginManager* manager) { m_loginManager = manager; }
+    RunAtLoginManager& loginManager();
 
     // Runs before an installed copy is started, so the copy can become the running one.
     void setBeforeHandOver(std::function<void()> fn) { m_beforeHandOver = std::move(fn); }
@@ -60,6 +62,4 @@ private:
     DistributedNotificationCenter& m_distributed;
     std::function<void()> m_beforeHandOver;
     RunAtLoginManager* m_loginManager = nullptr;
-
-    RunAtLoginManager& loginManager();
 };

@@ -7,6 +7,7 @@
 #include "PanelWindow.h"
 #include "core/Settings.h"
 #include "core/Texts.h"
+#include "gui/preferences/PreferencesWindow.h"
 #include "hidden/FinderIntegration.h"
 #include "TrayHostWatcher.h"
 #include "WelcomeDialog.h"
@@ -51,6 +52,7 @@ QBPurgeController::QBPurgeController(Collaborators c, QObject* parent)
     , m_purgeManager(c.purgeManager)
     , m_useTray(c.useTray)
     , m_manageExtensions(c.manageExtensions)
+    , m_pluginKitCommand(std::move(c.pluginKitCommand))
     , m_trayProbe(std::move(c.trayProbe))
 {
 }
@@ -63,6 +65,7 @@ QBPurgeController::~QBPurgeController()
     delete m_wndInfo;
     delete m_welcomeDialog;
     delete m_aboutWC;
+    delete m_wndPreferences;
     delete m_theMenu;
 }
 
@@ -108,9 +111,7 @@ void QBPurgeController::awakeFromNib()
         m_wndInfo->openAsWindow();
 
     openWelcomeDialog();
-    m_visionPrefIndex = m_settings.defaults().contains(SettingsKey::VisionPrefIndex)
-                            ? static_cast<int>(m_settings.defaults().integerForKey(SettingsKey::VisionPrefIndex))
-                            : 1;
+    m_visionPrefIndex = getVisionPrefIndex();
     m_showNotificationAfterPurge = false;
     registerDistributedObservers();
     finderIntegration();
@@ -280,6 +281,14 @@ void QBPurgeController::createMenu()
     m_miInfo = m_theMenu->addAction(QString(), this, [this] { onTogglePanelInfo(); });
     m_miFree = m_theMenu->addAction(QStringLiteral("Free Up Memory"), this, [this] { onFreeMemory(false); });
     m_theMenu->addSeparator();
+    m_miPreferences = m_theMenu->addAction(QString(), this, [this] { onPreferences(); });
+    // Hidden at start; the gear menu shows it while Shift is held.
+    m_pResetUserDefaultsMenuItemSeparator = m_theMenu->addSeparator();
+    m_pResetUserDefaultsMenuItem = m_theMenu->addAction(QString(), this, [this] { resetUserDefaults(); });
+    m_pResetUserDefaultsMenuItem->setObjectName(QStringLiteral("resetUserDefaultsMenuItem"));
+    m_pResetUserDefaultsMenuItem->setVisible(false);
+    m_pResetUserDefaultsMenuItemSeparator->setVisible(false);
+    m_theMenu->addSeparator();
     m_miAbout = m_theMenu->addAction(QString(), this, [this] { showAboutScreen(); });
     m_miQuit = m_theMenu->addAction(QString(), this, [this] { onQuitTrovix(); });
     connect(m_theMenu, &QMenu::aboutToShow, this, [this] { validateMenu(); });
@@ -290,6 +299,8 @@ void QBPurgeController::validateMenu()
 {
     const bool panelVisible = m_wndInfo && m_wndInfo->isVisible();
     m_miInfo->setText(panelVisible ? QStringLiteral("Hide Information") : QStringLiteral("Show Information"));
+    m_miPreferences->setText(PanelWindowContextualMenuStrings::preferences());
+    m_pResetUserDefaultsMenuItem->setText(Texts::localized("PanelWindowContextualMenu", "Contextual_menu_resetDefaults", QStringLiteral("Reset Defaults")));
     m_miAbout->setText(Texts::format(PanelWindowContextualMenuStrings::aboutFormatter(), {displayName()}));
     m_miQuit->setText(Texts::format(PanelWindowContextualMenuStrings::quitFormatter(), {displayName()}));
     m_miFree->setEnabled(!m_bPurging);
@@ -297,7 +308,7 @@ void QBPurgeController::validateMenu()
 
 void QBPurgeController::panelPreferencesButtonPressed(const QPoint& globalPos)
 {
-    m_theMenu->popup(globalPos);
+    preferencesButtonPressed(globalPos);
 }
 
 // Windows and actions.
@@ -344,11 +355,6 @@ void QBPurgeController::saveShowInfoState()
     UserDefaults& d = m_settings.defaults();
     if (!d.contains(SettingsKey::ShowInfo) || d.boolForKey(SettingsKey::ShowInfo) != m_bShowInfo)
         d.setObject(m_bShowInfo, SettingsKey::ShowInfo);
-}
-
-void QBPurgeController::onPreferences()
-{
-    // The preferences window does not exist yet; its settings keep their stored values.
 }
 
 void QBPurgeController::panelDetailedStateChanged(bool expanded)

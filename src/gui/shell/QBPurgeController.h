@@ -22,6 +22,8 @@ class MacOSVersion;
 class MemoryInfo;
 class NotificationCenter;
 class PanelWindow;
+class PreferencesWindow;
+class QBAppDelegate;
 class PurgeManager;
 class QAction;
 class QMenu;
@@ -36,7 +38,8 @@ class WelcomeDialog;
 // the purge, and wires every notification of the running program. Its code is split by subsystem:
 // QBPurgeController.cpp (start-up, tray, menus, windows), QBPurgeController_Hidden.cpp (hidden-files
 // state and switch), QBPurgeController_Memory.cpp (memory figures, purge, free-up preferences),
-// QBPurgeController_Search.cpp (the panel's search hand-off).
+// QBPurgeController_Search.cpp (the panel's search hand-off), QBPurgeController_Preferences.cpp (the
+// preferences window, the gear menu, reset).
 class QBPurgeController : public QObject, public PanelWindowDelegate
 {
     Q_OBJECT
@@ -57,6 +60,8 @@ public:
         PurgeManager* purgeManager = nullptr;
         bool useTray = true; // false: no tray icon even where a tray exists (tests)
         bool manageExtensions = true; // false: the file managers' entries are left alone (tests)
+        // The plug-in tool that installs those entries; empty: this program's `pluginkit` command.
+        QStringList pluginKitCommand;
         // Whether a tray host is there now; null looks at the session bus and the X display.
         std::function<bool()> trayProbe;
     };
@@ -75,6 +80,8 @@ public:
     PanelWindow* panel() const { return m_wndInfo; }
     QSystemTrayIcon* statusItem() const { return m_statusItem; }
     QMenu* theMenu() const { return m_theMenu; }
+    // The start-at-login checkbox goes through the delegate (its failure alert); set by the delegate.
+    void setAppDelegate(QBAppDelegate* delegate);
 
     // Tray icon and tooltip.
     static QString statusIconImageForState(bool shown);
@@ -100,6 +107,15 @@ public:
     void validateMenu();
     void saveShowInfoState();
     bool isDarkModeOn() const;
+
+    // Preferences window (QBPurgeController_Preferences.cpp).
+    PreferencesWindow* preferencesWindow() const;
+    void preferencesButtonPressed(const QPoint& globalPos);
+    void toggleLaunchAtStartup(bool on);
+    void prefVisionComboBoxPressed(int index);
+    int getVisionPrefIndex() const;
+    void resetUserDefaults();
+    QAction* resetUserDefaultsMenuItem() const { return m_pResetUserDefaultsMenuItem; }
 
     // Hidden files (QBPurgeController_Hidden.cpp).
     void startHiddenFilesTracking();
@@ -172,6 +188,8 @@ private:
     void registerObservers();
     void registerDistributedObservers();
     void onPanelInfoClosed();
+    void createPreferencesWindow();
+    FinderIntegration* finderIntegrationTool();
 
     Settings& m_settings;
     NotificationCenter& m_center;
@@ -185,6 +203,8 @@ private:
     PurgeManager* m_purgeManager;
     bool m_useTray;
     bool m_manageExtensions;
+    QStringList m_pluginKitCommand;
+    QPointer<QBAppDelegate> m_appDelegate;
     std::unique_ptr<FinderIntegration> m_finderIntegration;
     std::function<bool()> m_trayProbe;
     TrayHostWatcher* m_trayWatcher = nullptr;
@@ -198,9 +218,12 @@ private:
     QAction* m_miPreferences = nullptr;
     QAction* m_miAbout = nullptr;
     QAction* m_miQuit = nullptr;
+    QAction* m_pResetUserDefaultsMenuItem = nullptr;
+    QAction* m_pResetUserDefaultsMenuItemSeparator = nullptr;
     PanelWindow* m_wndInfo = nullptr; // owned
     QPointer<WelcomeDialog> m_welcomeDialog;
     QPointer<AboutWindow> m_aboutWC;
+    QPointer<PreferencesWindow> m_wndPreferences;
     QHash<bool, QIcon> m_statusIcons;
 
     // Memory statistics.

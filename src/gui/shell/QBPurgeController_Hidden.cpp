@@ -6,6 +6,7 @@
 #include "core/Settings.h"
 #include "PanelWindow.h"
 #include "gui/hidden/AccessAlerts.h"
+#include "gui/preferences/PreferencesWindow.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/FileVisibility.h"
 #include "hidden/FinderIntegration.h"
@@ -13,6 +14,7 @@
 #include "hidden/ScriptsManager.h"
 #include "hidden/VisibilityRestorerAtLaunch.h"
 
+#include <QCheckBox>
 #include <QGuiApplication>
 #include <QSystemTrayIcon>
 
@@ -92,21 +94,35 @@ void QBPurgeController::callbackWithNotification(const QVariantMap& userInfo)
     updateStatusIconWithImage(statusIcon(userInfo.value(QStringLiteral("KEY_showHiddenState")).toBool()));
 }
 
-// The file managers' entries run this program's own plug-in tool (`trovix pluginkit`).
-void QBPurgeController::finderIntegration()
+// The file managers' entries are installed by this program's own plug-in tool (`trovix pluginkit`).
+FinderIntegration* QBPurgeController::finderIntegrationTool()
 {
     if (!m_manageExtensions)
-        return;
-    if (!m_finderIntegration)
-        m_finderIntegration = std::make_unique<FinderIntegration>(
-            m_settings.defaults(), QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("pluginkit")});
-    m_finderIntegration->finderIntegration();
+        return nullptr;
+    if (!m_finderIntegration) {
+        QStringList command = m_pluginKitCommand;
+        if (command.isEmpty())
+            command = {QCoreApplication::applicationFilePath(), QStringLiteral("pluginkit")};
+        m_finderIntegration =
+            std::make_unique<FinderIntegration>(m_settings.defaults(), command.value(0), command.mid(1));
+        m_finderIntegration->setCheckbox([this](int state) {
+            if (m_wndPreferences)
+                m_wndPreferences->enableFinderIntegrationButton()->setChecked(state == 1);
+        });
+    }
+    return m_finderIntegration.get();
+}
+
+void QBPurgeController::finderIntegration()
+{
+    if (FinderIntegration* tool = finderIntegrationTool())
+        tool->finderIntegration();
 }
 
 void QBPurgeController::toggleFinderIntegration(int state)
 {
-    if (m_finderIntegration)
-        m_finderIntegration->toggleFinderIntegration(state);
+    if (FinderIntegration* tool = finderIntegrationTool())
+        tool->toggleFinderIntegration(state);
 }
 
 FileVisibility QBPurgeController::fileVisibility()
