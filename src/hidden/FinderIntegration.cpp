@@ -4,7 +4,11 @@
 #include "core/UserDefaults.h"
 #include "hidden/PluginKit.h"
 
+#include <QDeadlineTimer>
 #include <QProcess>
+
+#include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -20,9 +24,73 @@ QStringList toolArguments(const QStringList& prefix, std::initializer_list<const
 
 } // namespace
 
-FinderIntegration::FinderIntegration(UserDefaults& defaults, QString program, QStringList arguments)
-    : m_defaults(defaults), m_program(std::move(program)), m_arguments(std::move(arguments))
+// Installing and removing touch the same files: a run that overtook an earlier one would leave the
+// earlier choice in place. So a run waits for the one before it; of the waiting ones only the latest
+// matters. Runs are not waited for by the caller; they go on if the caller is gone.
+struct FinderIntegration::Sequence : std::enable_shared_from_this<Sequence>
 {
+    QString program;
+    QProcess* running = nullptr;
+    std::optional<QStringList> next;
+
+    void request(const QStringList& arguments)
+    {
+        if (running) {
+            next = arguments;
+            return;
+        }
+        start(arguments);
+    }
+
+    void start(const QStringList& arguments)
+    {
+        auto* process = new QProcess;
+        running = process;
+        process->setProcessChannelMode(QProcess::ForwardedChannels);
+        process->setStandardInputFile(QProcess::nullDevice());
+        auto self = shared_from_this();
+        auto done = [self, process] {
+            if (self->running != process)
+                return;
+            self->running = nullptr;
+            process->deleteLater();
+            if (self->next) {
+                const QStringList queued = *std::exchange(self->next, std::nullopt);
+                self->start(queued);
+            }
+        };
+        QObject::connect(process, &QProcess::finished, process, done);
+        QObject::connect(process, &QProcess::errorOccurred, process, [done](QProcess::ProcessError error) {
+            if (error == QProcess::FailedToStart)
+                done();
+        });
+        process->start(program, arguments);
+    }
+
+    // Blocks until the runs asked for have ended (or the time is up), so a question sees their result.
+    void settle(int timeoutMs)
+    {
+        QDeadlineTimer deadline(timeoutMs);
+        while (running && !deadline.hasExpired()) {
+            // Ending a run starts the next one from within the wait (finished() is emitted there).
+            if (!running->waitForFinished(int(std::max<qint64>(1, deadline.remainingTime()))))
+                break;
+        }
+    }
+};
+
+FinderIntegration::FinderIntegration(UserDefaults& defaults, QString program, QStringList arguments)
+    : m_defaults(defaults)
+    , m_program(std::move(program))
+    , m_arguments(std::move(arguments))
+    , m_sequence(std::make_shared<Sequence>())
+{
+    m_sequence->program = m_program;
+}
+
+void FinderIntegration::run(const QStringList& arguments)
+{
+    m_sequence->request(arguments);
 }
 
 void FinderIntegration::finderIntegration()
@@ -44,6 +112,7 @@ void FinderIntegration::finderIntegration()
 void FinderIntegration::getHinderIntegrationEnabledWithCompletion(
     const std::function<void(bool, const QString&)>& completion)
 {
+    m_sequence->settle(kQueryTimeoutMs);
     QProcess tool;
     tool.setProcessChannelMode(QProcess::SeparateChannels);
     tool.setStandardErrorFile(QProcess::nullDevice());
@@ -57,7 +126,7 @@ void FinderIntegration::getHinderIntegrationEnabledWithCompletion(
 
 void FinderIntegration::enableFinderSyncExtension()
 {
-    QProcess::startDetached(m_program, toolArguments(m_arguments, {"-e", "use", "-i", PluginKit::kExtensionId}));
+    run(toolArguments(m_arguments, {"-e", "use", "-i", PluginKit::kExtensionId}));
     m_defaults.setObject(true, SettingsKey::FinderIntegration);
     if (m_checkbox)
         m_checkbox(1);
@@ -65,8 +134,7 @@ void FinderIntegration::enableFinderSyncExtension()
 
 void FinderIntegration::disableFinderSyncExtension()
 {
-    QProcess::startDetached(m_program,
-                            toolArguments(m_arguments, {"-e", "ignore", "-i", PluginKit::kExtensionId}));
+    run(toolArguments(m_arguments, {"-e", "ignore", "-i", PluginKit::kExtensionId}));
     m_defaults.setObject(false, SettingsKey::FinderIntegration);
     if (m_checkbox)
         m_checkbox(0);

@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <memory>
 
 class UserDefaults;
 
@@ -21,17 +22,24 @@ public:
     // At start: the first start turns the entries on; later starts take what the tool reports over the
     // stored choice. Either way the tool is run, so key, checkbox and files end up agreeing.
     void finderIntegration();
-    // Asks the tool; blocks until it prints (or ends). The second value is always empty.
+    // Asks the tool, after the runs still under way have ended; blocks until it prints (or ends). The
+    // second value is always empty.
     void getHinderIntegrationEnabledWithCompletion(const std::function<void(bool enabled, const QString&)>& completion);
+    // Not waited for: the tool runs in the background, each run after the one before it.
     void enableFinderSyncExtension();
     void disableFinderSyncExtension();
     void toggleFinderIntegration(int state);
 
 private:
     void apply(bool enabled);
+    void run(const QStringList& arguments);
+
+    // Runs of the tool one after the other, shared by copies of this object and alive while a run is.
+    struct Sequence;
 
     UserDefaults& m_defaults;
     QString m_program;
     QStringList m_arguments;
     std::function<void(int)> m_checkbox;
+    std::shared_ptr<Sequence> m_sequence;
 };

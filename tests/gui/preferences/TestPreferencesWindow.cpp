@@ -406,6 +406,29 @@ private Q_SLOTS:
         QTRY_VERIFY(open().enableFinderIntegrationButton()->isChecked());
     }
 
+    // Off and on again before the first run of the tool has ended: the last choice is what stays.
+    void quickTogglesEndInTheLastChoice()
+    {
+        start();
+        QTRY_VERIFY(pluginKit().isInstalled());
+        PreferencesWindow& w = open();
+        for (int i = 0; i < 3; ++i) {
+            w.enableFinderIntegrationButton()->click();
+            w.enableFinderIntegrationButton()->click();
+        }
+        w.enableFinderIntegrationButton()->click();
+        QTRY_VERIFY(!pluginKit().isInstalled());
+        QTest::qWait(1500);
+        QCOMPARE(presentExtensionFiles(), 0);
+        w.enableFinderIntegrationButton()->click();
+        w.enableFinderIntegrationButton()->click();
+        w.enableFinderIntegrationButton()->click();
+        QTRY_VERIFY(pluginKit().isInstalled());
+        QTest::qWait(1500);
+        QVERIFY(pluginKit().isInstalled());
+        QCOMPARE(presentExtensionFiles(), extensionFiles().size());
+    }
+
     void theGearMenuOpensThePreferencesAndHidesReset()
     {
         start();
