@@ -4,6 +4,7 @@
 #include "core/UserDefaults.h"
 #include "hidden/PluginKit.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QProcess>
 
@@ -26,7 +27,8 @@ QStringList toolArguments(const QStringList& prefix, std::initializer_list<const
 
 // Installing and removing touch the same files: a run that overtook an earlier one would leave the
 // earlier choice in place. So a run waits for the one before it; of the waiting ones only the latest
-// matters. Runs are not waited for by the caller; they go on if the caller is gone.
+// matters. Runs are not waited for by the caller; they go on if the caller is gone, and the program
+// waits for them when it quits (a run cut short would leave half the entries).
 struct FinderIntegration::Sequence : std::enable_shared_from_this<Sequence>
 {
     QString program;
@@ -44,7 +46,7 @@ struct FinderIntegration::Sequence : std::enable_shared_from_this<Sequence>
 
     void start(const QStringList& arguments)
     {
-        auto* process = new QProcess;
+        auto* process = new QProcess(QCoreApplication::instance());
         running = process;
         process->setProcessChannelMode(QProcess::ForwardedChannels);
         process->setStandardInputFile(QProcess::nullDevice());
@@ -64,6 +66,8 @@ struct FinderIntegration::Sequence : std::enable_shared_from_this<Sequence>
             if (error == QProcess::FailedToStart)
                 done();
         });
+        if (QCoreApplication* app = QCoreApplication::instance())
+            QObject::connect(app, &QCoreApplication::aboutToQuit, process, [self] { self->settle(kQueryTimeoutMs); });
         process->start(program, arguments);
     }
 
