@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 // The start-up reconciliation of the stored choice with what the plug-in tool reports. The tool here is a
 // script that answers as told and records how it was run (the real tool has its own test).
@@ -98,11 +99,31 @@ private Q_SLOTS:
     void theCheckboxAppliesItsState()
     {
         make().toggleFinderIntegration(0);
-        QTRY_COMPARE_WITH_TIMEOUT(runs().value(0), QStringLiteral("-e ignore -i com.quorbel.trovix.FinderSyncExt"), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(runs().value(0), QStringLiteral("-e ignore -i com.quorbel.trovix.FinderSyncExt"),
+                                  10000);
         QCOMPARE(m_checkbox, 0);
         make().toggleFinderIntegration(1);
         QTRY_COMPARE_WITH_TIMEOUT(runs().value(1), QStringLiteral("-e use -i com.quorbel.trovix.FinderSyncExt"), 10000);
         QCOMPARE(m_checkbox, 1);
+    }
+
+    // Runs go one after the other, so the last choice is the one that stays; a run still under way when
+    // the program quits is finished first. (Kept last: it ends the test's event loop once.)
+    void runsKeepTheirOrderAndOutliveAQuit()
+    {
+        QFile slow(file("slow"));
+        QVERIFY(slow.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        // The first run is the slowest: run side by side, it would end last.
+        slow.write(QStringLiteral("[ \"$2\" = ignore ] && sleep 1\necho \"$2\" >>'%1'\n").arg(file("runs")).toUtf8());
+        slow.close();
+        FinderIntegration integration(*m_defaults, "/bin/sh", {file("slow")});
+        integration.disableFinderSyncExtension();
+        integration.enableFinderSyncExtension();
+        integration.disableFinderSyncExtension();
+        integration.enableFinderSyncExtension(); // only this one of the waiting three runs
+        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
+        QCoreApplication::exec();
+        QCOMPARE(runs(), QStringList({"ignore", "use"}));
     }
 };
 
