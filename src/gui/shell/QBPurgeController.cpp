@@ -300,7 +300,8 @@ void QBPurgeController::validateMenu()
     const bool panelVisible = m_wndInfo && m_wndInfo->isVisible();
     m_miInfo->setText(panelVisible ? QStringLiteral("Hide Information") : QStringLiteral("Show Information"));
     m_miPreferences->setText(PanelWindowContextualMenuStrings::preferences());
-    m_pResetUserDefaultsMenuItem->setText(Texts::localized("PanelWindowContextualMenu", "Contextual_menu_resetDefaults", QStringLiteral("Reset Defaults")));
+    m_pResetUserDefaultsMenuItem->setText(Texts::localized("PanelWindowContextualMenu", "Contextual_menu_resetDefaults",
+                                                           QStringLiteral("Reset Defaults")));
     m_miAbout->setText(Texts::format(PanelWindowContextualMenuStrings::aboutFormatter(), {displayName()}));
     m_miQuit->setText(Texts::format(PanelWindowContextualMenuStrings::quitFormatter(), {displayName()}));
     m_miFree->setEnabled(!m_bPurging);
