@@ -114,8 +114,10 @@ int compareText(const QByteArray& a, const QByteArray& b)
     if (i == a.size() && i == b.size())
         return 0;
     // Back to the start of the code point the difference falls in.
+    // Below i both strings hold the same bytes; at i only the longer one has a byte.
+    const unsigned char* longer = i < a.size() ? pa : pb;
     qsizetype start = i;
-    while (start > 0 && start > i - 3 && isContinuation(pa[start]))
+    while (start > 0 && start > i - 3 && isContinuation(longer[start]))
         --start;
     bool prefixAscii = true;
     for (qsizetype k = 0; k < start && prefixAscii; ++k)
