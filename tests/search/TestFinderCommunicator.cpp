@@ -355,6 +355,26 @@ private slots:
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("gone")});
     }
 
+    // A sub-folder of the item as the destination: refused by the tools, nothing made or lost.
+    void intoItselfIsRefused_data()
+    {
+        QTest::addColumn<bool>("move");
+        QTest::newRow("copy") << false;
+        QTest::newRow("move") << true;
+    }
+    void intoItselfIsRefused()
+    {
+        QFETCH(bool, move);
+        QVERIFY(makeFolders(path("f/sub")));
+        QVERIFY(writeFile(path("f/file"), "f"));
+        const FileOperationResult result =
+            run(move ? &FinderCommunicator::doMoveFiles : &FinderCommunicator::doCopyFiles, {path("f/sub"), path("f")});
+        QCOMPARE(result.failedPaths, QList<QByteArray>{path("f")});
+        QVERIFY2(result.error.contains(QStringLiteral("itself")), qPrintable(result.error));
+        QCOMPARE(listFolder(path("f/sub")), QByteArrayList());
+        QCOMPARE(readFile(path("f/file")), QByteArray("f"));
+    }
+
     void emptyListsEndWell()
     {
         for (Operation operation :
