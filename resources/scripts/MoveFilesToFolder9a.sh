@@ -62,7 +62,10 @@ move_to_folder() {
     name=$(basename -- "$src"; printf .)
     name=${name%"$nl".}
     target="${dest%/}/$name"
-    if ! exists "$src"; then
+    # Relative paths would depend on the folder this runs in.
+    if [ "${src#/}" = "$src" ] || [ "${dest#/}" = "$dest" ]; then
+      fail $n "not an absolute path"
+    elif ! exists "$src"; then
       fail $n "it no longer exists"
     elif [ ! -d "$dest" ]; then
       fail $n "the destination folder does not exist"

@@ -375,6 +375,22 @@ private slots:
         QCOMPARE(readFile(path("f/file")), QByteArray("f"));
     }
 
+    // A relative path would be taken from whatever folder the program runs in.
+    void relativePathsAreRefused()
+    {
+        QVERIFY(writeFile(path("a"), "a"));
+        QVERIFY(QDir::setCurrent(m_dir->path()));
+        FileOperationResult result = run(&FinderCommunicator::doRemoveFiles, {"a"});
+        QCOMPARE(result.failedPaths, QList<QByteArray>{"a"});
+        QCOMPARE(result.error, QStringLiteral("a: not an absolute path"));
+        QVERIFY(makeFolders(path("sub")));
+        result = run(&FinderCommunicator::doCopyFiles, {"sub", path("a")});
+        QCOMPARE(result.failedPaths, QList<QByteArray>{path("a")});
+        QVERIFY(!exists(path("sub/a")));
+        QCOMPARE(readFile(path("a")), QByteArray("a"));
+        QVERIFY(QDir::setCurrent(QDir::tempPath()));
+    }
+
     void emptyListsEndWell()
     {
         for (Operation operation :
