@@ -1,6 +1,6 @@
 # The file managers' hidden-files settings, sourced by every hidden-files script from the folder it
 # runs in. Not run on its own.
-# trovix-backends-version: 2
+# trovix-backends-version: 3
 # (The program replaces an installed copy whose version is lower than the one it ships.)
 # Settings: gtk4 and gtk3 (GNOME Files and the GTK file choosers), nemo, caja (GSettings), thunar
 # (xfconf), dolphin (its global view properties). A setting whose schema or tool is missing is skipped.
@@ -234,7 +234,7 @@ current_value() {
 # Writes the value to every setting present, the primary one first, and reads each back. Fails with
 # one line on standard error when the primary one does not take it; nothing else has been written
 # then, and the primary one is given its old value again. The others are best effort.
-write_all() {
+store_all() {
   primary=$(state_setting) || return 1
   old=$(get_value "$primary") || old=
   if ! why=$(store_value "$primary" "$1"); then
@@ -249,6 +249,161 @@ write_all() {
     why=$(store_value "$s" "$1") || echo "not stored: $(setting_name "$s"): $why" >&2
   done
   return 0
+}
+
+# Stores the value in every setting (as store_all) and makes the open windows of the running file
+# managers show it. Fails, naming the file managers, when some open windows could not be switched: the
+# settings are written then, but the display is not what was asked for everywhere.
+write_all() {
+  # What Nemo's and Thunar's windows show before the switch: what their setting held.
+  before=
+  for fm in nemo thunar; do
+    [ -n "$(fm_pids $fm)" ] && setting_present $fm && before="$before $fm=$(get_value $fm)"
+  done
+  store_all "$1" || return 1
+  follow_open_windows "$1" "$before"
+}
+
+# How each file manager's open windows come to show a new value:
+# - GNOME Files and Caja follow their GSettings key live: nothing to do.
+# - Dolphin: each window exports its actions on the session bus; the show_hidden_files action is
+#   checked when the window shows hidden files, and triggering it switches that window at once, under
+#   X11 and Wayland alike. It is triggered only in windows that show the other state.
+# - Nemo and Thunar export nothing for it; each window keeps its own state, and their own shortcut,
+#   Ctrl+H, toggles the focused window and writes its new state into their setting. Under X11 the key
+#   goes to each window whose state differs, and the setting then tells what the window shows. Where
+#   their windows are not X11 ones (Wayland) or xdotool is missing, they are relaunched, as the
+#   relaunch switch does.
+# $2: " nemo=VALUE thunar=VALUE" for those that run, their setting before the switch. (Shell functions
+# share their variables: each helper below keeps a status of its own name.)
+follow_open_windows() {
+  failed=
+  if [ -n "$(fm_pids dolphin)" ]; then
+    why=$(follow_dolphin "$1" 2>&1) || failed="$failed; Dolphin: $why"
+  fi
+  for fm in nemo thunar; do
+    case $2 in *" $fm="*) ;; *) continue ;; esac
+    was=${2##*" $fm="}
+    was=${was%% *}
+    why=$(follow_by_key "$fm" "$1" "$was" 2>&1) || failed="$failed; $(fm_title $fm): $why"
+  done
+  [ -z "$failed" ] && return 0
+  if [ "$1" = true ]; then what=show; else what=hide; fi
+  echo "the setting is stored, but open windows do not $what hidden files${failed#;}" | tr '\n' ' ' >&2
+  echo >&2
+  return 1
+}
+
+# Dolphin's windows of process $1: their object paths on the bus, one a line.
+dolphin_windows() {
+  gdbus introspect --session -d "org.kde.dolphin-$1" -o /dolphin 2>/dev/null |
+    sed -n 's|^[[:space:]]*node \(Dolphin_[0-9][0-9]*\) .*|/dolphin/\1|p'
+}
+
+# true or false: whether Dolphin's window $2 (process $1) shows hidden files.
+dolphin_checked() {
+  r=$(gdbus call --session -d "org.kde.dolphin-$1" -o "$2/actions/show_hidden_files" \
+    -m org.freedesktop.DBus.Properties.Get org.qtproject.Qt.QAction checked 2>/dev/null) || return 1
+  case $r in *true*) echo true ;; *false*) echo false ;; *) return 1 ;; esac
+}
+
+follow_dolphin() {
+  dolphin_rc=0
+  for pid in $(fm_pids dolphin); do
+    wins=
+    have gdbus && wins=$(dolphin_windows "$pid")
+    if [ -z "$wins" ]; then
+      # Not on this bus (or no gdbus): only a new start reads the setting.
+      relaunch_fm dolphin || return 1
+      return $dolphin_rc
+    fi
+    for w in $wins; do
+      state=$(dolphin_checked "$pid" "$w") || { echo "window $w cannot be asked"; dolphin_rc=1; continue; }
+      [ "$state" = "$1" ] && continue
+      gdbus call --session -d "org.kde.dolphin-$pid" -o "$w/actions/show_hidden_files" \
+        -m org.qtproject.Qt.QAction.trigger >/dev/null 2>&1
+      state=$(dolphin_checked "$pid" "$w")
+      [ "$state" = "$1" ] || { echo "window $w did not switch"; dolphin_rc=1; }
+    done
+  done
+  return $dolphin_rc
+}
+
+# Whether process $1 draws its windows through X11: a GTK program prefers Wayland when it has one.
+x11_client() {
+  envs=$(tr '\0' '\n' <"/proc/$1/environ" 2>/dev/null) || return 1
+  case "$envs" in *"GDK_BACKEND=x11"*) return 0 ;; esac
+  printf '%s\n' "$envs" | grep -q '^WAYLAND_DISPLAY=.' && return 1
+  printf '%s\n' "$envs" | grep -q '^DISPLAY=.'
+}
+
+# The file manager's own windows of process $1 on our X display: normal top-level windows, shown or
+# minimised (not dialogs, not the hidden leader window).
+x11_windows() {
+  for w in $(xdotool search --pid "$1" 2>/dev/null); do
+    props=$(xprop -id "$w" _NET_WM_WINDOW_TYPE WM_TRANSIENT_FOR WM_STATE 2>/dev/null) || continue
+    case $props in *"WM_TRANSIENT_FOR(WINDOW)"*) continue ;; esac
+    case $props in *"_NET_WM_WINDOW_TYPE(ATOM)"*) case $props in *_NET_WM_WINDOW_TYPE_NORMAL*) ;; *) continue ;; esac ;; esac
+    # Shown windows are viewable; minimised ones carry the window manager's Iconic state.
+    case $props in *"window state: Iconic"*) echo "$w iconic"; continue ;; esac
+    xwininfo -id "$w" 2>/dev/null | grep -q 'Map State: IsViewable' && echo "$w shown"
+  done
+}
+
+# Focus goes to $1 the way the desktop moves it: through the window manager when there is one.
+x11_focus() {
+  if xprop -root _NET_ACTIVE_WINDOW 2>/dev/null | grep -q 'window id'; then
+    xdotool windowactivate --sync "$1" >/dev/null 2>&1
+  else
+    xdotool windowfocus --sync "$1" >/dev/null 2>&1
+  fi
+}
+
+# Waits up to 3 s for setting $1 to read $2.
+await_value() {
+  n=0
+  while [ "$(get_value "$1")" != "$2" ]; do
+    n=$((n + 1))
+    [ $n -ge 30 ] && return 1
+    sleep 0.1
+  done
+}
+
+# Switches the windows of Nemo or Thunar ($1) to $2 with their Ctrl+H; $3: their setting before the
+# switch, which is what windows show that nobody toggled since they opened.
+follow_by_key() {
+  fm=$1 want=$2 was=$3
+  [ "$was" = "$want" ] && return 0
+  if [ "$want" = true ]; then other=false; else other=true; fi
+  key_rc=0
+  for pid in $(fm_pids "$fm"); do
+    if [ -z "${DISPLAY:-}" ] || ! have xdotool || ! have xprop || ! x11_client "$pid"; then
+      relaunch_fm "$fm" || key_rc=1
+      break
+    fi
+    wins=$(x11_windows "$pid")
+    [ -n "$wins" ] || continue
+    focused=$(xdotool getactivewindow 2>/dev/null) || focused=$(xdotool getwindowfocus -f 2>/dev/null) || focused=
+    for entry in $(printf '%s\n' "$wins" | tr ' ' :); do
+      w=${entry%%:*}
+      x11_focus "$w"
+      # The window writes its new state into the setting: set the other value first so that the key's
+      # effect shows. A window that already showed the wanted state turns away from it on the first
+      # key and back on the second.
+      ok=
+      for _ in 1 2; do
+        set_value "$fm" "$other" >/dev/null 2>&1
+        xdotool key --clearmodifiers ctrl+h >/dev/null 2>&1
+        if await_value "$fm" "$want"; then ok=1; break; fi
+      done
+      [ "${entry#*:}" = iconic ] && xdotool windowminimize "$w" >/dev/null 2>&1
+      [ -n "$ok" ] || { echo "window $w did not take Ctrl+H"; key_rc=1; }
+    done
+    [ -n "$focused" ] && x11_focus "$focused"
+  done
+  # Whatever the windows wrote last, the setting ends as asked.
+  store_value "$fm" "$want" >/dev/null || key_rc=1
+  return $key_rc
 }
 
 # Quits the file manager $1 when it runs and starts it again with the command line it had, so it reads

@@ -4,6 +4,6 @@
 
 . "${0%/*}/HiddenFilesBackends.sh" || exit 2
 
-write_all false || exit 1
+store_all false || exit 1
 relaunch_running_fms || exit 1
 exit 0

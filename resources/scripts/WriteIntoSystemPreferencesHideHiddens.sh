@@ -3,5 +3,5 @@
 
 . "${0%/*}/HiddenFilesBackends.sh" || exit 2
 
-write_all false || exit 1
+store_all false || exit 1
 exit 0

@@ -3,5 +3,5 @@
 
 . "${0%/*}/HiddenFilesBackends.sh" || exit 2
 
-write_all true || exit 1
+store_all true || exit 1
 exit 0

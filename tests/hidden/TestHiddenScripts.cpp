@@ -102,6 +102,67 @@ class TestHiddenScripts : public QObject
 
     HiddenScriptResult run(const QString& name) { return runHiddenScript(*m_scripts, name); }
 
+    // A pretend desktop in a folder of its own: the stand-ins for xdotool, xprop and xwininfo (and Dolphin,
+    // as "dolphin") first on the PATH, their state in FAKE_DIR, a display to talk to.
+    struct FakeDesktop
+    {
+        QTemporaryDir dir;
+        std::vector<std::unique_ptr<QProcess>> programs;
+
+        QString path(const QString& name) const { return dir.filePath(name); }
+        void write(const QString& name, const QByteArray& text) const
+        {
+            QFile f(path(name));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(text);
+        }
+        QByteArray read(const QString& name) const
+        {
+            QFile f(path(name));
+            return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray();
+        }
+        QByteArrayList log() const { return read("log").split('\n'); }
+        ~FakeDesktop()
+        {
+            for (auto& p : programs) {
+                p->terminate();
+                if (!p->waitForFinished(5000))
+                    p->kill();
+            }
+        }
+    };
+
+    void setUpFakeDesktop(FakeDesktop& desktop)
+    {
+        const QString source = QStringLiteral(TROVIX_SOURCE_DIR) + "/tests/support/fake-desktop/";
+        for (const char* name : {"xdotool", "xprop", "xwininfo"})
+            QVERIFY(QFile::copy(source + name, desktop.path(name)));
+        QVERIFY(QFile::copy(source + "fake-dolphin", desktop.path("dolphin")));
+        // A stand-in Nemo: it stays until "nemo -q" and logs each start.
+        desktop.write("nemo", "#!/bin/sh\n"
+                              "if [ \"$1\" = -q ]; then kill \"$(cat \"$FAKE_DIR/pid\")\"; exit 0; fi\n"
+                              "echo $$ > \"$FAKE_DIR/pid\"; echo \"started $*\" >> \"$FAKE_DIR/log\"\n"
+                              "trap 'exit 0' TERM\n"
+                              "while :; do sleep 0.1; done\n");
+        for (const char* name : {"xdotool", "xprop", "xwininfo", "dolphin", "nemo"})
+            QFile::setPermissions(desktop.path(name), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("FAKE_DIR", QFile::encodeName(desktop.dir.path()));
+        qputenv("PATH", QFile::encodeName(desktop.dir.path()) + ':' + m_path);
+        qputenv("DISPLAY", ":99");
+    }
+
+    // Starts a stand-in program of the fake desktop; it is stopped with the desktop.
+    qint64 startFake(FakeDesktop& desktop, const QString& name, const QStringList& args)
+    {
+        auto p = std::make_unique<QProcess>();
+        p->start(desktop.path(name), args);
+        if (!p->waitForStarted())
+            return 0;
+        const qint64 pid = p->processId();
+        desktop.programs.push_back(std::move(p));
+        return pid;
+    }
+
     QString lockFile() const { return qEnvironmentVariable("XDG_RUNTIME_DIR") + "/trovix-hidden.lock"; }
 
     // The home folder as a file manager lists it: dot-names first (byte order) when hidden files show,
@@ -162,7 +223,8 @@ private Q_SLOTS:
     void init()
     {
         qputenv("PATH", m_path);
-        for (const char* var : {"XDG_DATA_DIRS", "XDG_CURRENT_DESKTOP", "FAKE_DIR", "LC_ALL"})
+        for (const char* var :
+             {"XDG_DATA_DIRS", "XDG_CURRENT_DESKTOP", "FAKE_DIR", "LC_ALL", "DISPLAY", "WAYLAND_DISPLAY"})
             qunsetenv(var);
         QFile::remove(m_home + "/.config/mimeapps.list");
     }
@@ -211,13 +273,18 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fault");
         QTest::addColumn<QString>("message");
         QTest::newRow("GTK key file is a folder")
-            << "GNOME" << "keyfile"
+            << "GNOME"
+            << "keyfile"
             << "the hidden-files setting of GNOME Files (org.gtk.gtk4.Settings.FileChooser show-hidden): "
                "The key is not writable";
         QTest::newRow("gsettings says yes but stores nothing")
-            << "GNOME" << "gsettings" << "(org.gtk.gtk4.Settings.FileChooser show-hidden): it still reads false "
-                                         "after writing true";
-        QTest::newRow("Dolphin's file is a folder") << "KDE" << "dolphin" << "of Dolphin (HiddenFilesShown of ";
+            << "GNOME"
+            << "gsettings"
+            << "(org.gtk.gtk4.Settings.FileChooser show-hidden): it still reads false "
+               "after writing true";
+        QTest::newRow("Dolphin's file is a folder") << "KDE"
+                                                    << "dolphin"
+                                                    << "of Dolphin (HiddenFilesShown of ";
     }
     void unstoredPrimarySettingFailsAndChangesNothing()
     {
@@ -317,8 +384,8 @@ private Q_SLOTS:
         setAll(false);
         QTemporaryDir gate;
         QProcess holder;
-        holder.start("flock", {lockFile(), "sh", "-c", "while [ ! -e \"$0\" ]; do sleep 0.05; done",
-                               gate.filePath("open")});
+        holder.start("flock",
+                     {lockFile(), "sh", "-c", "while [ ! -e \"$0\" ]; do sleep 0.05; done", gate.filePath("open")});
         QVERIFY(holder.waitForStarted());
         QTRY_VERIFY(QProcess::execute("flock", {"-n", lockFile(), "true"}) != 0);
         const auto stopHolder = qScopeGuard([&] {
@@ -409,6 +476,147 @@ private Q_SLOTS:
         QCOMPARE(values(), all(!after));
     }
 
+    // Nemo's windows keep their own state and toggle it with Ctrl+H, writing it into the setting: each
+    // window whose state differs gets the key, the setting tells what it shows afterwards, dialogs are
+    // left alone, minimised windows are minimised again and the focus goes back where it was.
+    void nemoWindowsFollowTheirShortcut()
+    {
+        FakeDesktop desktop;
+        setUpFakeDesktop(desktop);
+        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
+        setAll(false);
+        const qint64 nemo = startFake(desktop, "nemo", {"/some folder"});
+        QVERIFY(nemo > 0);
+        QTRY_VERIFY(!desktop.read("pid").isEmpty());
+        // 101 shows what the setting held; 102 was toggled by hand since; 103 is a dialog; 104 is minimised.
+        desktop.write("windows", QStringLiteral("101 %1\n102 %1\n103 %1\n104 %1\n").arg(nemo).toUtf8());
+        desktop.write("dialogs", "103\n");
+        desktop.write("iconic", "104\n");
+        desktop.write("active", "200\n");
+        for (const char* w : {"101", "103", "104"})
+            desktop.write(QStringLiteral("state-%1").arg(w), "false\n");
+        desktop.write("state-102", "true\n");
+
+        HiddenScriptResult r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        for (const char* w : {"101", "102", "104"})
+            QCOMPARE(desktop.read(QStringLiteral("state-%1").arg(w)), QByteArray("true"));
+        QCOMPARE(desktop.read("state-103"), QByteArray("false"));
+        const QByteArrayList log = desktop.log();
+        QCOMPARE(log.count("key 101"), 1);
+        QCOMPARE(log.count("key 102"),
+                 2); // away from the wanted state and back: its state was not what the setting said
+        QCOMPARE(log.count("key 103"), 0);
+        QCOMPARE(log.count("minimize 104"), 1);
+        QCOMPARE(log.count("started /some folder"), 1); // never relaunched
+        QCOMPARE(desktop.read("active"), QByteArray("200"));
+        QCOMPARE(values(), all(true));
+        QCOMPARE(run(kCheck).reply, expectedListing(true));
+
+        desktop.write("log", "");
+        r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(desktop.log().count("key 101"), 1);
+        QCOMPARE(desktop.log().count("key 102"), 1);
+        QCOMPARE(desktop.read("state-102"), QByteArray("false"));
+        QCOMPARE(values(), all(false));
+
+        // Nemo's setting already matched the wish (its windows show it): no key at all.
+        set("nemo", true);
+        set("gtk", false);
+        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
+        desktop.write("log", "");
+        r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QVERIFY2(!desktop.read("log").contains("key"), desktop.read("log"));
+    }
+
+    // A window that does not take the key leaves the display partly switched: the switch fails and says
+    // which file manager and window, though the settings are stored.
+    void windowThatIgnoresTheKeyFailsTheSwitch()
+    {
+        FakeDesktop desktop;
+        setUpFakeDesktop(desktop);
+        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
+        setAll(false);
+        const qint64 nemo = startFake(desktop, "nemo", {});
+        QVERIFY(nemo > 0);
+        desktop.write("windows", QStringLiteral("101 %1\n102 %1\n").arg(nemo).toUtf8());
+        desktop.write("deaf", "102\n");
+        desktop.write("active", "200\n");
+        desktop.write("state-101", "false\n");
+        desktop.write("state-102", "false\n");
+
+        const HiddenScriptResult r = run(kSwitch);
+        QVERIFY(r.error);
+        QVERIFY2(r.errorText().contains("Nemo") && r.errorText().contains("window 102") &&
+                     r.errorText().contains("do not show hidden files"),
+                 r.errorText());
+        QCOMPARE(desktop.read("state-101"), QByteArray("true"));
+        QCOMPARE(desktop.log().count("key 102"), 2);
+        QCOMPARE(desktop.read("active"), QByteArray("200"));
+        QCOMPARE(values(), all(true));
+    }
+
+    // Without X11 windows to send the key to (a Wayland client), Nemo is started again instead.
+    void waylandNemoIsRelaunched()
+    {
+        FakeDesktop desktop;
+        setUpFakeDesktop(desktop);
+        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
+        setAll(false);
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        const qint64 nemo = startFake(desktop, "nemo", {"/a folder"});
+        qunsetenv("WAYLAND_DISPLAY");
+        QVERIFY(nemo > 0);
+        QTRY_VERIFY(!desktop.read("pid").isEmpty());
+        desktop.write("windows", QStringLiteral("101 %1\n").arg(nemo).toUtf8());
+        desktop.write("active", "200\n");
+        const auto stopRelaunched = qScopeGuard([&] {
+            const qint64 pid = desktop.read("pid").toLongLong();
+            if (pid > 0 && pid != nemo)
+                ::kill(static_cast<pid_t>(pid), SIGTERM);
+        });
+
+        const HiddenScriptResult r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.log().count("started /a folder"), 2, 5000);
+        QVERIFY(!desktop.read("log").contains("key"));
+        QCOMPARE(values(), all(true));
+    }
+
+    // Dolphin's windows are asked for the state of their show_hidden_files action on the bus and
+    // triggered only where it differs; one whose action does not change fails the switch.
+    void dolphinWindowsAreSwitchedOverTheBus()
+    {
+        FakeDesktop desktop;
+        setUpFakeDesktop(desktop);
+        qputenv("XDG_CURRENT_DESKTOP", "KDE");
+        setAll(false);
+        QVERIFY(startFake(desktop, "dolphin", {"false", "true", "false"}) > 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!desktop.read("ready").isEmpty(), 10000);
+
+        HiddenScriptResult r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(desktop.log(), (QByteArrayList{"trigger /dolphin/Dolphin_1/actions/show_hidden_files",
+                                                "trigger /dolphin/Dolphin_3/actions/show_hidden_files"}));
+        QCOMPARE(values(), all(true));
+        desktop.write("log", "");
+        r = run(kSwitch);
+        QVERIFY2(!r.error, r.errorText());
+        QCOMPARE(desktop.log().size(), 3);
+        QCOMPARE(values(), all(false));
+
+        FakeDesktop stuck;
+        setUpFakeDesktop(stuck);
+        QVERIFY(startFake(stuck, "dolphin", {"false-stuck"}) > 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!stuck.read("ready").isEmpty(), 10000);
+        r = run(kSwitch);
+        QVERIFY(r.error);
+        QVERIFY2(r.errorText().contains("Dolphin") && r.errorText().contains("Dolphin_1 did not switch"),
+                 r.errorText());
+    }
+
     void writeScriptsSetEveryBackend()
     {
         setAll(false);
@@ -491,8 +699,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(first.state(), QProcess::NotRunning, 5000);
         QCOMPARE(values(), all(true));
         // Started again with the same arguments, in the user's locale.
-        QTRY_COMPARE_WITH_TIMEOUT(read("log"), QByteArray("started --daemon in \nstarted --daemon in C.UTF-8"),
-                                  5000);
+        QTRY_COMPARE_WITH_TIMEOUT(read("log"), QByteArray("started --daemon in \nstarted --daemon in C.UTF-8"), 5000);
         const qint64 secondPid = read("pid").toLongLong();
         QVERIFY(secondPid > 0 && secondPid != firstPid);
     }
