@@ -7,6 +7,8 @@
 #include "PanelWindow.h"
 #include "core/Settings.h"
 #include "core/Texts.h"
+#include "diskusage/FreeSpaceWarning.h"
+#include "diskusage/SearcherManager.h"
 #include "hidden/FinderIntegration.h"
 #include "TrayHostWatcher.h"
 #include "WelcomeDialog.h"
@@ -52,6 +54,7 @@ QBPurgeController::QBPurgeController(Collaborators c, QObject* parent)
     , m_useTray(c.useTray)
     , m_manageExtensions(c.manageExtensions)
     , m_trayProbe(std::move(c.trayProbe))
+    , m_searcherManager(c.searcherManager)
 {
 }
 
@@ -60,6 +63,8 @@ QBPurgeController::~QBPurgeController()
     m_center.removeObservers(this);
     m_distributed.removeObservers(this);
     m_checkMemoryCall.cancel();
+    m_freeSpaceCall.cancel();
+    // The panel's disk-usage view refers to the scans' coordinator, which goes after it.
     delete m_wndInfo;
     delete m_welcomeDialog;
     delete m_aboutWC;
@@ -94,6 +99,7 @@ void QBPurgeController::awakeFromNib()
 
     m_wndInfo = new PanelWindow(*this, m_settings, m_center, m_clock);
     connect(m_wndInfo, &PanelWindow::willClose, this, [this] { onPanelInfoClosed(); });
+    setUpDiskUsage();
 
     // The icon follows the hidden-files state; this also starts its polling.
     startHiddenFilesTracking();

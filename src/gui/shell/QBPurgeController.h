@@ -14,6 +14,10 @@
 #include <memory>
 
 class AboutWindow;
+class AdBasedOnSpotlightVC;
+class FreeSpaceWarning;
+class PromoFreeSpaceChecker;
+class SearcherManager;
 class DistributedNotificationCenter;
 class FileVisibility;
 class FinderIntegration;
@@ -36,7 +40,8 @@ class WelcomeDialog;
 // the purge, and wires every notification of the running program. Its code is split by subsystem:
 // QBPurgeController.cpp (start-up, tray, menus, windows), QBPurgeController_Hidden.cpp (hidden-files
 // state and switch), QBPurgeController_Memory.cpp (memory figures, purge, free-up preferences),
-// QBPurgeController_Search.cpp (the panel's search hand-off).
+// QBPurgeController_Search.cpp (the panel's search hand-off), QBPurgeController_DiskUsage.cpp (the
+// disk-usage view, its scans and the low-space warning).
 class QBPurgeController : public QObject, public PanelWindowDelegate
 {
     Q_OBJECT
@@ -55,6 +60,7 @@ public:
         SearchManager* searchManager = nullptr;
         MemoryInfo* memoryInfo = nullptr;
         PurgeManager* purgeManager = nullptr;
+        SearcherManager* searcherManager = nullptr; // null: the controller makes its own
         bool useTray = true; // false: no tray icon even where a tray exists (tests)
         bool manageExtensions = true; // false: the file managers' entries are left alone (tests)
         // Whether a tray host is there now; null looks at the session bus and the X display.
@@ -145,6 +151,12 @@ public:
     void onPurgeManagerPurgingProgress(float progress);
     bool isPurging() const { return m_bPurging; }
 
+    // Disk usage (QBPurgeController_DiskUsage.cpp).
+    void setUpDiskUsage();
+    void checkFreeSpace();
+    SearcherManager& searcherManager() const { return *m_searcherManager; }
+    AdBasedOnSpotlightVC* diskUsageView() const { return m_diskUsageView; }
+
     // PanelWindowDelegate
     bool panelIsHiddenShown() const override;
     bool panelIsHiddenUpdating() const override;
@@ -227,6 +239,15 @@ private:
     bool m_showNotificationAfterPurge = false;
     bool m_handPurge = false;
     int m_visionPrefIndex = 1;
+
+    // Disk usage: the one coordinator of the scans (made here unless handed in), the view in the panel,
+    // the low-space warning and its next look.
+    SearcherManager* m_searcherManager = nullptr;
+    std::unique_ptr<SearcherManager> m_ownSearcherManager;
+    AdBasedOnSpotlightVC* m_diskUsageView = nullptr; // owned by the panel
+    std::unique_ptr<PromoFreeSpaceChecker> m_freeSpaceChecker;
+    std::unique_ptr<FreeSpaceWarning> m_freeSpaceWarning;
+    Clock::Handle m_freeSpaceCall;
 
     // Created at start by the hidden-files side, owned as a child of the controller.
     QObject* m_visibilityRestorerAtLaunch = nullptr;
