@@ -58,12 +58,17 @@ AdBasedOnSpotlightView::AdBasedOnSpotlightView(Type type, QWidget* parent)
     layout->addLayout(header);
     auto* subtitle = new QLabel(text(title[2], title[3]), this);
     subtitle->setObjectName(QStringLiteral("subtitleLabel"));
-    subtitle->setEnabled(false); // the palette's quieter text
+    // Quieter than the figures, yet readable on light and dark palettes (a disabled grey is not).
+    QPalette quiet = subtitle->palette();
+    QColor ink = quiet.color(QPalette::WindowText);
+    ink.setAlphaF(0.7f);
+    quiet.setColor(QPalette::WindowText, ink);
+    subtitle->setPalette(quiet);
     layout->addWidget(subtitle);
 
     auto* form = new QFormLayout;
     form->setLabelAlignment(Qt::AlignLeft);
-    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     layout->addLayout(form);
     const auto line = [&](const char* key, const char* english, const char* name) {
         auto* value = new QLabel(QStringLiteral("..."), this);
