@@ -15,23 +15,23 @@
 
 class AboutWindow;
 class AdBasedOnSpotlightVC;
-class FreeSpaceWarning;
-class PromoFreeSpaceChecker;
-class SearcherManager;
 class DistributedNotificationCenter;
 class FileVisibility;
 class FinderIntegration;
+class FreeSpaceWarning;
 class HiddenManager;
 class MacOSVersion;
 class MemoryInfo;
 class NotificationCenter;
 class PanelWindow;
+class PromoFreeSpaceChecker;
 class PurgeManager;
 class QAction;
 class QMenu;
 class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
+class SearcherManager;
 class Settings;
 class TrayHostWatcher;
 class WelcomeDialog;

@@ -1,4 +1,5 @@
 #include "diskusage/PathsGenerator.h"
+#include "diskusage/PromoFreeSpaceChecker.h"
 #include "diskusage/SearcherManager.h"
 #include "gui/diskusage/AdBasedOnSpotlightVC.h"
 #include "gui/shell/PanelWindow.h"
@@ -68,6 +69,23 @@ private Q_SLOTS:
         QVERIFY(!panel->isDisclosureButtonExpanded());
         QVERIFY(view->isCompact());
         QCOMPARE(panel->height(), compactHeight);
+    }
+
+    // The disks are looked at 30 s after the start, then every hour; the checker lets one look a day
+    // through (its date in the settings moves only then).
+    void theLowSpaceLookRunsADayApart()
+    {
+        auto controller = makeController();
+        const QString key = QString::fromLatin1(PromoFreeSpaceChecker::kLastWarningKey);
+        m_home->clock.advance(29000);
+        QVERIFY(!m_home->standard.dateForKey(key).isValid());
+        m_home->clock.advance(1000);
+        const QDateTime first = m_home->standard.dateForKey(key);
+        QCOMPARE(first, m_home->clock.now());
+        m_home->clock.advance(23 * 3600 * 1000);
+        QCOMPARE(m_home->standard.dateForKey(key), first);
+        m_home->clock.advance(3600 * 1000);
+        QCOMPARE(m_home->standard.dateForKey(key), first.addSecs(24 * 3600));
     }
 
     void anExpandedPanelShowsTheWholeViewAtStart()
