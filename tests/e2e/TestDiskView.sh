@@ -64,7 +64,7 @@ set -- $(panel)
 px=$2; py=$3; pw=$4; ph=$5
 shoot "$artifacts/panel-disk-view.png"
 screenshot "$artifacts/desktop.png"
-echo "shown: $(tr -d '\n ' <"$figures")"
+echo "shown: $(tr -d '\n' <"$figures" | tr -s ' ')"
 
 /usr/bin/python3 - "$artifacts/disk.json" "$artifacts/disk.txt" "$figures" <<'PY' || fail "the view's figures differ from trovix disk"
 import json, re, sys
