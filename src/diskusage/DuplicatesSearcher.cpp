@@ -36,9 +36,13 @@ DuplicateTotals findDuplicatesInFiles(const std::vector<MetadataItem>& items, bo
     }
     DuplicateTotals totals;
     groups.calculateTotalSizeOfDuplicates(&totals.size, &totals.count);
+    const std::vector<DuplicateGroups::Group> found = groups.groups();
+    for (const auto& group : found)
+        for (int item : group.items)
+            totals.paths.append(items[std::size_t(item)].path);
     if (!verify)
         return totals;
-    for (const auto& group : groups.groups()) {
+    for (const auto& group : found) {
         std::unordered_map<std::string, std::uint64_t> copies;
         for (int item : group.items) {
             const QByteArray hash = contentHash(items[std::size_t(item)].path);
@@ -112,19 +116,20 @@ void DuplicatesSearcher::endSearching()
         const DuplicateTotals totals = findDuplicatesInFiles(candidates, false);
         MainQueue::async([self, totals] {
             if (self)
-                self->onTotals(totals.size, totals.count);
+                self->onTotals(totals.size, totals.count, totals.paths);
         });
     });
 }
 
-void DuplicatesSearcher::onTotals(std::uint64_t size, std::uint64_t count)
+void DuplicatesSearcher::onTotals(std::uint64_t size, std::uint64_t count, const QStringList& paths)
 {
     if (!m_combined && size < kSecondPassBelow) {
         startSearchWithSizeLimil(kSecondPassLimit);
         return;
     }
     QVariantMap result{{QStringLiteral("Size"), QVariant::fromValue<quint64>(size)},
-                       {QStringLiteral("Count"), QVariant::fromValue<quint64>(count)}};
+                       {QStringLiteral("Count"), QVariant::fromValue<quint64>(count)},
+                       {QStringLiteral("Paths"), paths}};
     if (!m_verify) {
         report(result);
         return;

@@ -14,9 +14,9 @@
 // duplicates come to less than 100 MiB, a second pass adds the files between 50,000 bytes and 1 MiB and
 // the totals are made over both. A file of exactly 1,048,576 bytes falls in neither pass (kept so).
 //
-// Reported once, on the main thread: {"Size", "Count"}; with verifyByContent also {"VerifiedSize",
-// "VerifiedCount"}, the same totals over files whose contents really are equal (hashed), for the view to
-// show beside the estimate.
+// Reported once, on the main thread: {"Size", "Count", "Paths"} (Paths: the counted copies, a string
+// list); with verifyByContent also {"VerifiedSize", "VerifiedCount"}, the same totals over files whose
+// contents really are equal (hashed), for the view to show beside the estimate.
 class DuplicatesSearcher : public QObject
 {
     Q_OBJECT
@@ -40,7 +40,7 @@ signals:
 
 private:
     void endSearching();
-    void onTotals(std::uint64_t size, std::uint64_t count);
+    void onTotals(std::uint64_t size, std::uint64_t count, const QStringList& paths);
     void report(QVariantMap result);
 
     QString m_home;
@@ -57,5 +57,6 @@ struct DuplicateTotals {
     std::uint64_t count = 0;
     std::uint64_t verifiedSize = 0;
     std::uint64_t verifiedCount = 0;
+    QStringList paths; // every counted copy, group by group
 };
 DuplicateTotals findDuplicatesInFiles(const std::vector<MetadataItem>& items, bool verify);

@@ -95,6 +95,7 @@ void PromoFreeSpaceChecker::setNowAsLastLackOfSpaceWarningDate()
 
 bool PromoFreeSpaceChecker::isNeedShowLackOfMemoryWarning()
 {
+    m_lowVolume.reset();
     const QDateTime last = getLastLackOfSpaceWarningDate();
     if (last.isValid() && last.secsTo(m_clock.now()) < m_gap)
         return false;
@@ -103,8 +104,10 @@ bool PromoFreeSpaceChecker::isNeedShowLackOfMemoryWarning()
         // Network and pseudo file systems never warn, whoever listed them.
         if (volume.path != QLatin1String("/") && !isLocalDiskFileSystem(volume.fsType))
             continue;
-        if (volume.writable && isLowOnSpace(volume))
+        if (volume.writable && isLowOnSpace(volume)) {
+            m_lowVolume = volume;
             return true;
+        }
     }
     return false;
 }

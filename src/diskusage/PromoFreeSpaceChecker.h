@@ -33,6 +33,8 @@ public:
 
     // Within the gap: NO. Otherwise notes now as the last warning and answers whether a volume is low.
     bool isNeedShowLackOfMemoryWarning();
+    // The volume that made the last answer YES.
+    const std::optional<VolumeInfo>& lowVolume() const { return m_lowVolume; }
 
     static bool isLowOnSpace(const VolumeInfo& volume);
     // The kinds of file system kept in `localVolumes`: those on a local disk.
@@ -50,4 +52,5 @@ private:
     Clock& m_clock;
     qint64 m_gap;
     VolumeLister m_volumes;
+    std::optional<VolumeInfo> m_lowVolume;
 };

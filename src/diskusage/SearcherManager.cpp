@@ -7,6 +7,11 @@
 #include "core/UserDefaults.h"
 #include "util/Clock.h"
 
+#include <QFile>
+
+#include <algorithm>
+#include <dirent.h>
+
 namespace {
 const QString kRescanKey = QStringLiteral("ATEST:RESCAN_DISK_JUNK_TIME");
 
@@ -144,7 +149,13 @@ void SearcherManager::onSpotlightLargeOldSearcherDoneWithFiles(const QVariantLis
 
 void SearcherManager::onDuplicatesSearcherDoneWithDict(const QVariantMap& dict)
 {
-    keep(ScanDuplicates, dict);
+    // The paths are kept as items, not in the result the view is told again and again.
+    QVariantMap result = dict;
+    QVariantList items;
+    for (const QString& path : result.take(QStringLiteral("Paths")).toStringList())
+        items.append(QVariantMap{{QStringLiteral("Path"), path}});
+    m_items[ScanDuplicates] = items;
+    keep(ScanDuplicates, result);
 }
 
 void SearcherManager::notifyDelegatAboutInfo(const QVariantMap& info, quint32 type)
@@ -199,4 +210,36 @@ bool SearcherManager::isScanning(quint32 type) const
 QVariantList SearcherManager::keptItems(quint32 type) const
 {
     return type < m_items.size() ? m_items[type] : QVariantList();
+}
+
+QList<QByteArray> SearcherManager::reviewPaths(quint32 type) const
+{
+    QList<QByteArray> paths;
+    if (type >= m_results.size() || !m_results[type])
+        return paths;
+    if (type == ScanJunk) {
+        const PathsGenerator& folders = *m_config.paths;
+        const QStringList roots = {folders.buildCacheDirectory(), folders.buildDownloadsDirectory(),
+                                   folders.buildTrashDirectory() + QStringLiteral("/files")};
+        // Read by bytes: a name that is not UTF-8 must reach the list as it is on disk.
+        for (const QString& root : roots) {
+            const QByteArray folder = QFile::encodeName(root);
+            DIR* dir = ::opendir(folder.constData());
+            if (!dir)
+                continue;
+            QList<QByteArray> names;
+            while (const dirent* entry = ::readdir(dir)) {
+                const QByteArray name(entry->d_name);
+                if (name != "." && name != "..")
+                    names.append(folder + '/' + name);
+            }
+            ::closedir(dir);
+            std::sort(names.begin(), names.end());
+            paths += names;
+        }
+        return paths;
+    }
+    for (const QVariant& item : m_items[type])
+        paths.append(QFile::encodeName(item.toMap().value(QStringLiteral("Path")).toString()));
+    return paths;
 }

@@ -86,8 +86,12 @@ public:
     float rescanInterval() const { return m_interval; }
     std::optional<QVariantMap> keptResult(quint32 type) const;
     bool isScanning(quint32 type) const;
-    // The items found by the last applications and large-and-old scans ({"Path", "Size"}), for review lists.
+    // The items found by the last applications, large-and-old and duplicates scans ({"Path"}, with
+    // "Size" for the first two), for review lists.
     QVariantList keptItems(quint32 type) const;
+    // What a review list of the type shows, as native paths: the found items; for junk, what lies
+    // directly in the caches, downloads and Trash folders. Empty until the type has answered.
+    QList<QByteArray> reviewPaths(quint32 type) const;
 
 signals:
     void onSpotlightManagerFoundJunkFilesInfo(const JunkFilesViewInfo& info);

@@ -91,6 +91,11 @@ private slots:
         // The two text files only look alike.
         QCOMPARE(result.value("VerifiedCount").toULongLong(), 2ull);
         QCOMPARE(result.value("VerifiedSize").toULongLong(), 2 * 3000000ull);
+        // The copies counted, for a review list: exactly the four, none from the skipped folders.
+        QStringList paths = result.value("Paths").toStringList();
+        paths.sort();
+        QCOMPARE(paths, QStringList({home.filePath("Docs/small1.txt"), home.filePath("Docs/small2.txt"),
+                                     home.filePath("Downloads/song.mp3"), home.filePath("Music/song.mp3")}));
     }
 
     // With 100 MiB or more in the first pass there is no second pass.

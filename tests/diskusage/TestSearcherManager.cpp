@@ -8,6 +8,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 using namespace DiskUsageFixture;
 
 class TestSearcherManager : public QObject
@@ -75,6 +80,43 @@ private slots:
         QCOMPARE(dup.count, 2ull);
         QCOMPARE(manager->getTotalCalculatedSize(),
                  info.getTotalSize() + dup.size + allocated(m_paths->buildUserApplicationsDirectory() + "/Tool.AppImage"));
+    }
+
+    // Review lists: nothing before a type answers; then the found files as native paths (junk: what lies
+    // directly in its three folders; a name that is not UTF-8 keeps its bytes).
+    void reviewPathsAreTheFoundFiles()
+    {
+        const QByteArray odd = QFile::encodeName(m_paths->buildDownloadsDirectory()) + "/caf\xe9.bin";
+        const int fd = ::open(odd.constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+        QVERIFY(fd >= 0);
+        ::close(fd);
+        QVERIFY(writeFile(m_home->filePath("Old/backup.tar"), 21000000));
+        const QByteArray old = QFile::encodeName(m_home->filePath("Old/backup.tar"));
+        const timespec times[2] = {{m_clock.now().toSecsSinceEpoch() - 200 * 86400, 0},
+                                   {m_clock.now().toSecsSinceEpoch() - 200 * 86400, 0}};
+        QCOMPARE(::utimensat(AT_FDCWD, old.constData(), times, 0), 0);
+
+        auto manager = makeManager();
+        for (quint32 type = 0; type < 4; ++type)
+            QVERIFY(manager->reviewPaths(type).isEmpty());
+        manager->startSearchForced(true);
+        finish(*manager);
+        QTRY_VERIFY_WITH_TIMEOUT(!manager->isScanning(ScanLargeAndOld), 20000);
+
+        const auto sorted = [](QList<QByteArray> list) {
+            std::sort(list.begin(), list.end());
+            return list;
+        };
+        const QByteArray home = QFile::encodeName(m_home->path());
+        QCOMPARE(sorted(manager->reviewPaths(ScanJunk)),
+                 sorted({QFile::encodeName(m_paths->buildCacheDirectory() + "/c"),
+                         QFile::encodeName(m_paths->buildDownloadsDirectory() + "/d.iso"), odd,
+                         QFile::encodeName(m_paths->buildTrashDirectory() + "/files/t")}));
+        QCOMPARE(sorted(manager->reviewPaths(ScanDuplicates)), sorted({home + "/Music/a.mp3", home + "/Music/b.mp3"}));
+        QCOMPARE(manager->reviewPaths(ScanLargeAndOld), QList<QByteArray>{old});
+        QCOMPARE(manager->reviewPaths(ScanApplications),
+                 QList<QByteArray>{QFile::encodeName(m_paths->buildUserApplicationsDirectory() + "/Tool.AppImage")});
+        QVERIFY(manager->reviewPaths(4).isEmpty());
     }
 
     // Within the interval a second start answers from the kept results at once; one category rescans

@@ -6,6 +6,7 @@
 #include "PanelWindowDelegate.h"
 #include "core/Settings.h"
 #include "core/Texts.h"
+#include "gui/diskusage/AdBasedOnSpotlightVC.h"
 #include "util/VolumeName.h"
 
 #include <QAction>
@@ -74,6 +75,11 @@ PanelWindow::PanelWindow(PanelWindowDelegate& delegate, Settings& settings, Noti
 
     m_center.addObserver(QStringLiteral("CloseMainWindowIfNotActive"), nullptr, this,
                          [this](const Notification&) { closeWindowIfNotActive(); });
+    m_center.addObserver(AdBasedOnSpotlightVC::showDetailedDiskUsagePressedNotificationName(), nullptr, this,
+                         [this](const Notification&) {
+                             if (!isDisclosureButtonExpanded())
+                                 expandDisclosureButton();
+                         });
     // Losing the focus to another program is told to the application, not to the window: the panel
     // follows the application's state and the focus window.
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this, [this] { applicationFocusChanged(); });
@@ -570,11 +576,20 @@ void PanelWindow::openDetailedModeButtonPressed()
     changeWindowStateTo(ByDisclosure);
 }
 
+void PanelWindow::setDiskUsageView(AdBasedOnSpotlightVC* view)
+{
+    m_diskUsageView = view;
+    static_cast<QVBoxLayout*>(m_view->layout())->addWidget(view);
+    changeWindowStateTo(m_state);
+}
+
 void PanelWindow::changeWindowStateTo(int state)
 {
     m_state = state;
     const bool expanded = state == ByDisclosure && isDisclosureButtonExpanded();
     m_memoryPart->setVisible(expanded);
+    if (m_diskUsageView)
+        m_diskUsageView->changeToCompactMode(!expanded);
     m_disclosureButton->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
     if (state == ByDisclosure) {
         setIsLastStateDetailed(m_settings, expanded);

@@ -5,6 +5,7 @@
 #include <QPointer>
 #include <QWidget>
 
+class AdBasedOnSpotlightVC;
 class CleanMemoryButton;
 class NotificationCenter;
 class PanelWindowDelegate;
@@ -59,6 +60,11 @@ public:
     void onPurgedMemory();
     void subtitleLabelClicked();
     CleanMemoryButton* cleanButton() const { return m_cleanButton; }
+
+    // The disk-usage view, placed under the memory part: whole while the panel is expanded, compact
+    // (its title, level and "Details") otherwise. Its "Details" expands the panel.
+    void setDiskUsageView(AdBasedOnSpotlightVC* view);
+    AdBasedOnSpotlightVC* diskUsageView() const { return m_diskUsageView; }
 
     bool isDisclosureButtonExpanded() const;
     void expandDisclosureButton();
@@ -140,4 +146,5 @@ private:
     ClickableLabel* m_subtitleLabel = nullptr;
     QProgressBar* m_memoryLevelIndicator = nullptr;
     CleanMemoryButton* m_cleanButton = nullptr;
+    AdBasedOnSpotlightVC* m_diskUsageView = nullptr;
 };

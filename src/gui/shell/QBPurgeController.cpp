@@ -7,6 +7,8 @@
 #include "PanelWindow.h"
 #include "core/Settings.h"
 #include "core/Texts.h"
+#include "diskusage/FreeSpaceWarning.h"
+#include "diskusage/SearcherManager.h"
 #include "gui/preferences/PreferencesWindow.h"
 #include "hidden/FinderIntegration.h"
 #include "TrayHostWatcher.h"
@@ -54,6 +56,7 @@ QBPurgeController::QBPurgeController(Collaborators c, QObject* parent)
     , m_manageExtensions(c.manageExtensions)
     , m_pluginKitCommand(std::move(c.pluginKitCommand))
     , m_trayProbe(std::move(c.trayProbe))
+    , m_searcherManager(c.searcherManager)
 {
 }
 
@@ -62,6 +65,8 @@ QBPurgeController::~QBPurgeController()
     m_center.removeObservers(this);
     m_distributed.removeObservers(this);
     m_checkMemoryCall.cancel();
+    m_freeSpaceCall.cancel();
+    // The panel's disk-usage view refers to the scans' coordinator, which goes after it.
     delete m_wndInfo;
     delete m_welcomeDialog;
     delete m_aboutWC;
@@ -97,6 +102,7 @@ void QBPurgeController::awakeFromNib()
 
     m_wndInfo = new PanelWindow(*this, m_settings, m_center, m_clock);
     connect(m_wndInfo, &PanelWindow::willClose, this, [this] { onPanelInfoClosed(); });
+    setUpDiskUsage();
 
     // The icon follows the hidden-files state; this also starts its polling.
     startHiddenFilesTracking();

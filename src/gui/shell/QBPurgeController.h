@@ -14,15 +14,18 @@
 #include <memory>
 
 class AboutWindow;
+class AdBasedOnSpotlightVC;
 class DistributedNotificationCenter;
 class FileVisibility;
 class FinderIntegration;
+class FreeSpaceWarning;
 class HiddenManager;
 class MacOSVersion;
 class MemoryInfo;
 class NotificationCenter;
 class PanelWindow;
 class PreferencesWindow;
+class PromoFreeSpaceChecker;
 class QBAppDelegate;
 class PurgeManager;
 class QAction;
@@ -30,6 +33,7 @@ class QMenu;
 class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
+class SearcherManager;
 class Settings;
 class TrayHostWatcher;
 class WelcomeDialog;
@@ -39,7 +43,8 @@ class WelcomeDialog;
 // QBPurgeController.cpp (start-up, tray, menus, windows), QBPurgeController_Hidden.cpp (hidden-files
 // state and switch), QBPurgeController_Memory.cpp (memory figures, purge, free-up preferences),
 // QBPurgeController_Search.cpp (the panel's search hand-off), QBPurgeController_Preferences.cpp (the
-// preferences window, the gear menu, reset).
+// preferences window, the gear menu, reset), QBPurgeController_DiskUsage.cpp (the disk-usage view, its
+// scans and the low-space warning).
 class QBPurgeController : public QObject, public PanelWindowDelegate
 {
     Q_OBJECT
@@ -58,6 +63,7 @@ public:
         SearchManager* searchManager = nullptr;
         MemoryInfo* memoryInfo = nullptr;
         PurgeManager* purgeManager = nullptr;
+        SearcherManager* searcherManager = nullptr; // null: the controller makes its own
         bool useTray = true; // false: no tray icon even where a tray exists (tests)
         bool manageExtensions = true; // false: the file managers' entries are left alone (tests)
         // The plug-in tool that installs those entries; empty: this program's `pluginkit` command.
@@ -161,6 +167,12 @@ public:
     void onPurgeManagerPurgingProgress(float progress);
     bool isPurging() const { return m_bPurging; }
 
+    // Disk usage (QBPurgeController_DiskUsage.cpp).
+    void setUpDiskUsage();
+    void checkFreeSpace();
+    SearcherManager& searcherManager() const { return *m_searcherManager; }
+    AdBasedOnSpotlightVC* diskUsageView() const { return m_diskUsageView; }
+
     // PanelWindowDelegate
     bool panelIsHiddenShown() const override;
     bool panelIsHiddenUpdating() const override;
@@ -250,6 +262,15 @@ private:
     bool m_showNotificationAfterPurge = false;
     bool m_handPurge = false;
     int m_visionPrefIndex = 1;
+
+    // Disk usage: the one coordinator of the scans (made here unless handed in), the view in the panel,
+    // the low-space warning and its next look.
+    SearcherManager* m_searcherManager = nullptr;
+    std::unique_ptr<SearcherManager> m_ownSearcherManager;
+    AdBasedOnSpotlightVC* m_diskUsageView = nullptr; // owned by the panel
+    std::unique_ptr<PromoFreeSpaceChecker> m_freeSpaceChecker;
+    std::unique_ptr<FreeSpaceWarning> m_freeSpaceWarning;
+    Clock::Handle m_freeSpaceCall;
 
     // Created at start by the hidden-files side, owned as a child of the controller.
     QObject* m_visibilityRestorerAtLaunch = nullptr;

@@ -1,4 +1,4 @@
-#include "memory/DesktopNotification.h"
+#include "core/DesktopNotification.h"
 
 #include <QDBusConnection>
 #include <QTest>
@@ -24,14 +24,6 @@ class TestDesktopNotification : public QObject
 {
     Q_OBJECT
 private slots:
-    void onlyAboveHalfAGigabyte()
-    {
-        QVERIFY(!PurgeNotification::isWorthShowing(500000000));
-        QVERIFY(PurgeNotification::isWorthShowing(500000001));
-        QCOMPARE(PurgeNotification::title(), QStringLiteral("Trovix"));
-        QCOMPARE(PurgeNotification::text(500000001), QStringLiteral("477 MB of RAM have been cleaned just now."));
-    }
-
     void reachesTheServer()
     {
         FakeNotificationServer server;

@@ -1,10 +1,8 @@
 #include "DesktopNotification.h"
 
-#include "core/Texts.h"
-#include "util/VolumeName.h"
-
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QStringList>
 #include <QVariantMap>
 
 namespace DesktopNotification {
@@ -23,18 +21,3 @@ bool send(const QString& title, const QString& body)
 }
 
 } // namespace DesktopNotification
-
-namespace PurgeNotification {
-
-QString title()
-{
-    return QStringLiteral("Trovix");
-}
-
-QString text(qint64 cleanedSize)
-{
-    return Texts::format(Texts::platformWords(QStringLiteral("%@ of RAM have been cleaned just now.")),
-                         {VolumeName::stringFromSize(cleanedSize)});
-}
-
-} // namespace PurgeNotification

@@ -9,17 +9,3 @@ namespace DesktopNotification {
 bool send(const QString& title, const QString& body);
 
 } // namespace DesktopNotification
-
-// The notice after a purge.
-namespace PurgeNotification {
-
-// Only sizes above this are worth a notice.
-constexpr qint64 kThreshold = 500000000;
-inline bool isWorthShowing(qint64 cleanedSize)
-{
-    return cleanedSize > kThreshold;
-}
-QString title();
-QString text(qint64 cleanedSize);
-
-} // namespace PurgeNotification
