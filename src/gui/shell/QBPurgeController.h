@@ -28,6 +28,7 @@ class QMenu;
 class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
+class SearchResultWC;
 class Settings;
 class TrayHostWatcher;
 class WelcomeDialog;
@@ -36,7 +37,7 @@ class WelcomeDialog;
 // the purge, and wires every notification of the running program. Its code is split by subsystem:
 // QBPurgeController.cpp (start-up, tray, menus, windows), QBPurgeController_Hidden.cpp (hidden-files
 // state and switch), QBPurgeController_Memory.cpp (memory figures, purge, free-up preferences),
-// QBPurgeController_Search.cpp (the panel's search hand-off).
+// QBPurgeController_Search.cpp (the panel's search hand-off and the results window).
 class QBPurgeController : public QObject, public PanelWindowDelegate
 {
     Q_OBJECT
@@ -95,6 +96,9 @@ public:
     void showAboutScreen();
     void onQuitTrovix();
     void openSearchResultDialog();
+    SearchResultWC* searchResultDialog() const;
+    // Shows a review list ("ShowReviewListNotification": "title", "paths") in the results window.
+    void showReviewList(const QVariantMap& userInfo);
     void openWelcomeDialog();
     void showMainWindowAndMakeActive();
     void validateMenu();
@@ -201,6 +205,7 @@ private:
     PanelWindow* m_wndInfo = nullptr; // owned
     QPointer<WelcomeDialog> m_welcomeDialog;
     QPointer<AboutWindow> m_aboutWC;
+    QPointer<SearchResultWC> m_searchResultDialog; // created once, deleted with the controller
     QHash<bool, QIcon> m_statusIcons;
 
     // Memory statistics.
