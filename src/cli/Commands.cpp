@@ -50,6 +50,7 @@ int printHelp()
         "  trovix                      start the tray program\n"
         "  trovix ShowWindowAfterStart start it with the panel open\n"
         "  trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] [-0]\n"
+        "                [--sort name|folder|size|date|kind]\n"
         "                              find files whose name contains NEEDLE (case-insensitive)\n"
         "  trovix hidden [show|hide|toggle]\n"
         "                              tell or switch the file manager's display of hidden files\n"

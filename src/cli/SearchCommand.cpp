@@ -1,10 +1,12 @@
 // trovix search NEEDLE [FOLDER]: finds entries whose name contains NEEDLE (ASCII letters folded), with
-// hidden files and package contents, and prints their full paths.
+// hidden files and package contents, and prints their full paths: as they are found, or, with --sort, all
+// at the end in the results window's column order.
 #include "Commands.h"
 
 #include "core/NotificationCenter.h"
 #include "core/Settings.h"
 #include "search/SearchManager.h"
+#include "search/SearchResultSort.h"
 #include "search/Walker.h"
 #include "util/DateExtra.h"
 #include "util/VolumeName.h"
@@ -28,6 +30,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -60,13 +63,14 @@ struct Options
     bool countOnly = false;
     bool nulSeparated = false;
     bool verbose = false;
+    std::optional<SearchSortKey> sortKey;
 };
 
 int usageError(const QString& message)
 {
     std::fprintf(stderr, "trovix search: %s\n", message.toLocal8Bit().constData());
     std::fprintf(stderr, "Usage: trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] "
-                         "[-0] [--verbose]\n");
+                         "[--sort name|folder|size|date|kind] [-0] [--verbose]\n");
     return kExitError;
 }
 
@@ -119,6 +123,19 @@ int parse(const QStringList& args, Options& options)
             }
             if (!parseFilter(value, options.filter))
                 return usageError(QStringLiteral("unknown filter \"%1\" (use regular, hidden, package)").arg(value));
+        } else if (arg == QLatin1String("--sort") || arg.startsWith(QLatin1String("--sort="))) {
+            QString value;
+            if (arg == QLatin1String("--sort")) {
+                if (i + 1 >= args.size())
+                    return usageError(QStringLiteral("--sort needs a value"));
+                value = args.at(++i);
+            } else {
+                value = arg.mid(7);
+            }
+            options.sortKey = SearchResultSort::keyFromWord(value);
+            if (!options.sortKey)
+                return usageError(
+                    QStringLiteral("unknown sort \"%1\" (use name, folder, size, date, kind)").arg(value));
         } else {
             return usageError(QStringLiteral("unknown option %1").arg(arg));
         }
@@ -346,8 +363,10 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
     manager.setFilterMask(options.filter);
     const char terminator = options.nulSeparated ? '\0' : '\n';
     qsizetype printed = 0;
+    // Sorted or long results are printed once the search has ended.
+    const bool printAtEnd = options.longFormat || options.sortKey.has_value();
     const auto printNew = [&] {
-        if (options.countOnly || options.longFormat)
+        if (options.countOnly || printAtEnd)
             return;
         const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
         if (gInterrupted || gWriteError.load() != 0)
@@ -379,9 +398,13 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
     printNew();
     progress.clear();
 
-    const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
-    if (options.longFormat && !options.countOnly) {
-        manager.waitForPackageSizes();
+    QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
+    if (printAtEnd && !options.countOnly) {
+        // A package's size is its contents' sum, counted on other threads.
+        if (options.longFormat || options.sortKey == SearchSortKey::Size)
+            manager.waitForPackageSizes();
+        if (options.sortKey && !gInterrupted)
+            SearchResultSort::sort(items, *options.sortKey, true);
         // Without TZ the C library looks at /etc/localtime again for every date made local, several
         // times per line; naming the same file once keeps the answer and drops the system calls.
         if (!qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
@@ -390,7 +413,9 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
         for (const SearchItemPtr& item : items) {
             if (gInterrupted)
                 break; // the user asked to stop: not one more line
-            out.append(longLine(*item)).append(item->nativeFullPath()).append(terminator);
+            if (options.longFormat)
+                out.append(longLine(*item));
+            out.append(item->nativeFullPath()).append(terminator);
             if (out.size() >= 64 * 1024) {
                 if (!writeAll(out.constData(), static_cast<size_t>(out.size())))
                     break;
@@ -462,7 +487,7 @@ int runSearch(const QStringList& args)
     sigaction(SIGINT, &action, &previous);
     walkerResume();
 
-    const bool classify = options.longFormat || options.filter != SearchItemClass::All;
+    const bool classify = options.longFormat || options.filter != SearchItemClass::All || options.sortKey;
     const int status =
         classify ? searchClassified(rootBytes, needle, options, progress)
                  : searchUnclassified(rootBytes, needle, options, progress);

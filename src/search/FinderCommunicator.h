@@ -42,4 +42,33 @@ public:
     bool doCopyFiles(const QList<QByteArray>& paths, Completion completion);
     bool doMoveFiles(const QList<QByteArray>& paths, Completion completion);
     bool doRemoveFiles(const QList<QByteArray>& paths, Completion completion);
+
+    static QString defaultScriptsFolder();
+    // The shared instance asks the home folder itself until the program hands in its access manager.
+    void setUserFolderAccessibleCheck(std::function<bool()> isUserFolderAccessible);
+    // The installed script's path once found or installed ("" before).
+    QString copyFilesScriptURL() const { return m_copy.installedPath; }
+    QString moveFilesScriptURL() const { return m_move.installedPath; }
+    QString removeFilesScriptURL() const { return m_remove.installedPath; }
+
+    // How the paths travel to a script: one per line on its standard input, each byte outside
+    // [A-Za-z0-9/._-] written as \0NNN (octal), which the script turns back with printf %b. Lossless
+    // for any bytes, unlike arguments, which QProcess takes as text.
+    static QByteArray encodePathList(const QList<QByteArray>& paths);
+
+private:
+    struct Script
+    {
+        const char* name;
+        const char* handler;
+        QString installedPath;
+    };
+    bool checkScript(Script& script);
+    bool run(Script& script, const QList<QByteArray>& paths, int firstItem, Completion completion);
+
+    QString m_scriptsFolder;
+    std::function<bool()> m_isUserFolderAccessible;
+    Script m_copy{"CopyFilesToFolder9a", "copy_to_folder", {}};
+    Script m_move{"MoveFilesToFolder9a", "move_to_folder", {}};
+    Script m_remove{"RemoveFilesToTrash6", "remove", {}};
 };

@@ -9,6 +9,9 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <csignal>
 
 namespace {
@@ -95,6 +98,53 @@ private Q_SLOTS:
         QCOMPARE(package.at(3), QByteArray("regular"));
     }
 
+    // --sort prints everything at the end in the results window's order, with every other option.
+    void sortedOutput()
+    {
+        SearchTreeFixture tree;
+        tree.file("b/Zeta-hit", QByteArray(300, 'x'));
+        tree.file("a/alpha-hit.txt", QByteArray(20, 'x'));
+        tree.file(".h/\xff-hit", QByteArray(7000, 'x')); // hidden folder, a name that is not UTF-8
+        tree.folder("c/hit-folder");
+        tree.file("Tool.app/Contents/hit-inside", QByteArray(1, 'x'));
+        const QByteArray zeta = tree.path("b/Zeta-hit");
+        const QByteArray alpha = tree.path("a/alpha-hit.txt");
+        const QByteArray bad = tree.path(".h/\xff-hit");
+        // Qt's removal of the tree cannot name this file.
+        const auto removeBad = qScopeGuard([&] { ::unlink(bad.constData()); });
+        const QByteArray folder = tree.path("c/hit-folder");
+        const QByteArray inside = tree.path("Tool.app/Contents/hit-inside");
+
+        const auto lines = [&](const QStringList& arguments, char end = '\n') {
+            const Run result = run(arguments + QStringList{QString::fromUtf8(tree.root())});
+            if (result.status != 0)
+                qWarning("exit status %d: %s", result.status, result.err.constData());
+            QByteArrayList out = result.out.split(end);
+            if (!out.isEmpty() && out.last().isEmpty())
+                out.removeLast();
+            return out;
+        };
+        // Size: folders (-1) last.
+        QCOMPARE(lines(args({"hit", "--sort", "size"})), (QByteArrayList{inside, alpha, zeta, bad, folder}));
+        QCOMPARE(lines(args({"-0", "--sort=size", "hit"}), '\0'), (QByteArrayList{inside, alpha, zeta, bad, folder}));
+        // Name: capitals before small letters, U+FFFD (the byte 0xFF) after both.
+        QCOMPARE(lines(args({"--sort", "name", "hit"})), (QByteArrayList{zeta, alpha, folder, inside, bad}));
+        QCOMPARE(lines(args({"--sort", "folder", "hit"})), (QByteArrayList{bad, inside, alpha, zeta, folder}));
+        // Kind: hidden, package contents, regular; ties in the order found, so only the classes are fixed.
+        const QByteArrayList kinds = lines(args({"--sort", "kind", "--long", "hit"}));
+        QCOMPARE(kinds.size(), 5);
+        QVERIFY(kinds.at(0).contains("\thidden\t") && kinds.at(0).endsWith(bad));
+        QVERIFY(kinds.at(1).contains("\tpackage\t") && kinds.at(1).endsWith(inside));
+        for (int i = 2; i < 5; ++i)
+            QVERIFY(kinds.at(i).contains("\tregular\t"));
+        // With a filter, only that class, still sorted.
+        QCOMPARE(lines(args({"--sort", "size", "--filter", "regular", "hit"})), (QByteArrayList{alpha, zeta, folder}));
+        // Date: the oldest first.
+        const timespec old[2] = {{0, UTIME_OMIT}, {1'000'000'000, 0}};
+        QCOMPARE(::utimensat(AT_FDCWD, zeta.constData(), old, 0), 0);
+        QCOMPARE(lines(args({"--sort", "date", "hit"})).first(), zeta);
+    }
+
     void exitStatusAndOutput_data()
     {
         QTest::addColumn<QStringList>("arguments");
@@ -121,6 +171,12 @@ private Q_SLOTS:
             << QByteArray("1024 bytes");
         QTest::newRow("unknown filter") << args({"x", "TREE", "--filter", "odd"}) << 2 << QByteArray()
                                         << QByteArray("unknown filter");
+        QTest::newRow("unknown sort") << args({"x", "TREE", "--sort", "kinds"}) << 2 << QByteArray()
+                                      << QByteArray("unknown sort \"kinds\"");
+        QTest::newRow("sort without a word")
+            << args({"x", "TREE", "--sort"}) << 2 << QByteArray() << QByteArray("--sort needs a value");
+        QTest::newRow("sorted count") << args({"match", "TREE", "--count", "--sort=size"}) << 0
+                                      << QByteArray("Found 12 / 21\n") << QByteArray();
     }
     void exitStatusAndOutput()
     {

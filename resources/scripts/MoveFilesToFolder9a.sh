@@ -1,0 +1,74 @@
+#!/bin/sh
+# Moves items into a folder, never over an item already there: an item whose name is taken stays where
+# it is, and the others go on. Across file systems the item is copied, then removed once copied whole.
+#
+#     /bin/sh MoveFilesToFolder9a.sh move_to_folder < LIST
+#
+# Standard input holds one path per line, the destination folder first, then the items. Each byte
+# outside [A-Za-z0-9/._-] is written as \0NNN (three octal digits), so a name of any bytes survives
+# (not UTF-8, line breaks, quotes, a leading dash). For each item that was not done, one line
+# "N<TAB>reason" goes to standard output, N being the item's line counted from 0. Exit status: 0 when
+# every item was done, 1 when some were not, 2 for a call this script does not know.
+set -u
+
+failed=0
+nl='
+'
+
+# The path of one input line, in $decoded. The dot keeps trailing line breaks from $(...).
+decode() {
+  decoded=$(printf '%b.' "$1")
+  decoded=${decoded%.}
+}
+
+# One line per failed item; the reason on one line whatever a tool printed.
+fail() {
+  reason=$(printf '%s' "$2" | tr '\n\t' '  ')
+  printf '%s\t%s\n' "$1" "$reason"
+  failed=1
+}
+
+exists() {
+  [ -e "$1" ] || [ -L "$1" ]
+}
+
+# A tool's last line of complaint, without its "tool: " prefix.
+complaint() {
+  last=$(printf '%s\n' "$1" | tail -n 1)
+  printf '%s' "${last#"$2": }"
+}
+
+move_to_folder() {
+  n=0
+  while IFS= read -r line; do
+    decode "$line"
+    if [ $n -eq 0 ]; then
+      dest=$decoded
+      n=1
+      continue
+    fi
+    src=$decoded
+    name=$(basename -- "$src"; printf .)
+    name=${name%"$nl".}
+    target="${dest%/}/$name"
+    if ! exists "$src"; then
+      fail $n "it no longer exists"
+    elif [ ! -d "$dest" ]; then
+      fail $n "the destination folder does not exist"
+    elif exists "$target"; then
+      fail $n "an item with the same name is already in the destination folder"
+    elif ! err=$(mv -n -T -- "$src" "$target" 2>&1); then
+      fail $n "$(complaint "$err" mv)"
+    elif exists "$src"; then
+      # mv -n skips quietly when the name was taken in the meantime.
+      fail $n "an item with the same name appeared in the destination folder"
+    fi
+    n=$((n + 1))
+  done
+  return $failed
+}
+
+case "${1:-}" in
+  move_to_folder) move_to_folder ;;
+  *) echo "unknown handler \"${1:-}\"" >&2; exit 2 ;;
+esac
