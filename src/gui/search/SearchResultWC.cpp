@@ -783,12 +783,11 @@ void SearchResultWC::swapFilteredList(QList<SearchItemPtr>&& list)
     const int shown =
         m_isSearchOn ? std::min(m_model->rowsShown(), static_cast<int>(list.size())) : static_cast<int>(list.size());
     m_model->beginListChange();
-    {
-        // The old contents go after the reset, outside the model's bracket.
-        QList<SearchItemPtr> old = std::exchange(m_filteredSearchResultArray, std::move(list));
-        m_model->endListChange(shown);
-        old = {};
-    }
+    QList<SearchItemPtr> old = std::exchange(m_filteredSearchResultArray, std::move(list));
+    m_model->endListChange(shown);
+    // Letting go of a million references takes a while: a worker does it.
+    if (old.isDetached())
+        QThreadPool::globalInstance()->start([old = std::move(old)]() mutable { old = {}; });
     restoreSelection(selected, scrollRow);
 }
 
@@ -940,14 +939,13 @@ void SearchResultWC::showNewSearchAlertDialogWithCompletion(std::function<void()
         start();
         return;
     }
-    const int previousTag = m_selectedLocationTag;
     m_prompts.ask(
         this,
         question(SearchResultStrings::text("New_search_title", "Are you sure you want to start new search?"),
                  SearchResultStrings::text("New_search_text",
                                            "Current search will be cancelled and new search will be started."),
                  {SearchResultStrings::text("Start", "Start"), SearchResultStrings::text("Cancel", "Cancel")}, true),
-        [self = QPointer(this), start, cancelled, previousTag](int button, bool suppress) {
+        [self = QPointer(this), start, cancelled](int button, bool suppress) {
             if (!self)
                 return;
             if (suppress) {
@@ -959,7 +957,6 @@ void SearchResultWC::showNewSearchAlertDialogWithCompletion(std::function<void()
                 return;
             }
             self->resetSearchBar();
-            self->updatePathButtonsWithButtonPressedWithTag(previousTag);
             if (cancelled)
                 cancelled();
         });
@@ -996,16 +993,22 @@ void SearchResultWC::searchBarReturnPressed()
     showNewSearchAlertDialogWithCompletion([this, location] { performSearchWithSelectedPath(location); });
 }
 
+void SearchResultWC::searchLocationButtonPressed(int tag, const QString& folder)
+{
+    const int previous = m_selectedLocationTag;
+    updatePathButtonsWithButtonPressedWithTag(tag);
+    showNewSearchAlertDialogWithCompletion([this, folder] { performSearchWithSelectedPath(folder); },
+                                           [this, previous] { updatePathButtonsWithButtonPressedWithTag(previous); });
+}
+
 void SearchResultWC::selectMacForSearchButtonPressed()
 {
-    updatePathButtonsWithButtonPressedWithTag(kLocationDisk);
-    showNewSearchAlertDialogWithCompletion([this] { performSearchWithSelectedPath(QStringLiteral("/")); });
+    searchLocationButtonPressed(kLocationDisk, QStringLiteral("/"));
 }
 
 void SearchResultWC::selectUserFolderForSearchButtonPressed()
 {
-    updatePathButtonsWithButtonPressedWithTag(kLocationHome);
-    showNewSearchAlertDialogWithCompletion([this] { performSearchWithSelectedPath(QDir::homePath()); });
+    searchLocationButtonPressed(kLocationHome, QDir::homePath());
 }
 
 void SearchResultWC::selectCustomFolderForSearchButtonPressed()
@@ -1015,9 +1018,7 @@ void SearchResultWC::selectCustomFolderForSearchButtonPressed()
         chooseCustomFolderPressed();
         return;
     }
-    updatePathButtonsWithButtonPressedWithTag(kLocationCustom);
-    showNewSearchAlertDialogWithCompletion(
-        [this] { performSearchWithSelectedPath(m_customFolderButtonSearchLocation); });
+    searchLocationButtonPressed(kLocationCustom, m_customFolderButtonSearchLocation);
 }
 
 void SearchResultWC::chooseCustomFolderPressed()

@@ -180,6 +180,8 @@ private:
     void swapFilteredList(QList<SearchItemPtr>&& list);
     void restoreSelection(const QList<SearchItemPtr>& items, int scrollRow);
     void noteStall(qint64 ms);
+    // A location button: asks before replacing a running search; Cancel gives the buttons back.
+    void searchLocationButtonPressed(int tag, const QString& folder);
     void startTimers();
     void stopTimers();
     void showPathControl(const QString& path);

@@ -228,15 +228,19 @@ void SearchResultWC::updateSearchResultsAfterAction(int code, const QByteArray&,
             keepSelected.append(item);
     const int scrollRow = m_table->rowAt(0);
     const int shownBefore = m_model->rowsShown();
-    // A shared copy tells which shown rows remain (the removal keeps the order).
-    const QList<SearchItemPtr> before = m_filteredSearchResultArray;
+    const bool allShown = shownBefore == m_filteredSearchResultArray.size();
+    // While a search runs, a shared copy tells which shown rows remain (the removal keeps the order).
+    const QList<SearchItemPtr> before = allShown ? QList<SearchItemPtr>() : m_filteredSearchResultArray;
     ++m_listEpoch;
     m_model->beginListChange();
     m_searchManager.removeItemsWithIndexSet(indexes);
-    int shown = 0;
-    for (int i = 0; i < shownBefore && shown < m_filteredSearchResultArray.size(); ++i)
-        if (m_filteredSearchResultArray.at(shown).get() == before.at(i).get())
-            ++shown;
+    int shown = static_cast<int>(m_filteredSearchResultArray.size());
+    if (!allShown) {
+        shown = 0;
+        for (int i = 0; i < shownBefore && shown < m_filteredSearchResultArray.size(); ++i)
+            if (m_filteredSearchResultArray.at(shown).get() == before.at(i).get())
+                ++shown;
+    }
     m_model->endListChange(shown);
     restoreSelection(keepSelected, std::min(scrollRow, shown - 1));
     noteStall(stall.elapsed());
