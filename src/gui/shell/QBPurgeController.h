@@ -56,7 +56,7 @@ public:
         SearchManager* searchManager = nullptr;
         MemoryInfo* memoryInfo = nullptr;
         PurgeManager* purgeManager = nullptr;
-        bool useTray = true;          // false: no tray icon even where a tray exists (tests)
+        bool useTray = true; // false: no tray icon even where a tray exists (tests)
         bool manageExtensions = true; // false: the file managers' entries are left alone (tests)
         // Whether a tray host is there now; null looks at the session bus and the X display.
         std::function<bool()> trayProbe;
