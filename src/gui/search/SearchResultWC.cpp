@@ -2,6 +2,7 @@
 // SearchResultWC_Actions.cpp.
 #include "SearchResultWC.h"
 
+#include "ExactWindowTitle.h"
 #include "QuickLookController.h"
 #include "SearchResultModel.h"
 #include "SearchResultStrings.h"
@@ -403,6 +404,23 @@ bool SearchResultWC::eventFilter(QObject* watched, QEvent* event)
         return QWidget::eventFilter(watched, event);
     action();
     return true;
+}
+
+void SearchResultWC::showEvent(QShowEvent* event)
+{
+    // The keys act on the rows as soon as the window opens.
+    if (!focusWidget())
+        m_table->setFocus(Qt::OtherFocusReason);
+    QWidget::showEvent(event);
+    applyExactWindowTitle(this);
+}
+
+bool SearchResultWC::event(QEvent* event)
+{
+    const bool handled = QWidget::event(event);
+    if (event->type() == QEvent::WindowTitleChange || event->type() == QEvent::WinIdChange)
+        applyExactWindowTitle(this);
+    return handled;
 }
 
 // The search flow.

@@ -242,9 +242,18 @@ void SearchResultWC::updateSearchResultsAfterAction(int code, const QByteArray&,
                 ++shown;
     }
     m_model->endListChange(shown);
-    restoreSelection(keepSelected, std::min(scrollRow, shown - 1));
+    if (keepSelected.isEmpty() && shown > 0) {
+        // The row that took the first removed one's place gets the selection, as in a file manager.
+        selectRows({std::min(indexes.first(), shown - 1)});
+        m_table->scrollTo(m_model->index(std::min(indexes.first(), shown - 1), 0));
+        selectionChanged();
+    } else {
+        restoreSelection(keepSelected, std::min(scrollRow, shown - 1));
+    }
     noteStall(stall.elapsed());
     updateWindowTitle();
+    if (!m_isSearchOn)
+        updateSearchResults();
 }
 
 // Reveal, properties, open.
