@@ -18,7 +18,13 @@ QuickLookController::~QuickLookController()
 
 QuickLookController& QuickLookController::sharedQuickLookController()
 {
-    static auto* instance = new QuickLookController(NotificationCenter::defaultCenter(), QCoreApplication::instance());
+    static auto* instance = [] {
+        auto* made = new QuickLookController(NotificationCenter::defaultCenter(), QCoreApplication::instance());
+        // Its window must go while the application still runs.
+        QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, made,
+                         [made] { delete made->m_panel; });
+        return made;
+    }();
     return *instance;
 }
 
