@@ -67,7 +67,15 @@ struct SearchWindowFixture
     SearchWindowFixture()
     {
         SearchResultWC::resetSortDirections();
+        makeWindow();
+    }
+
+    // A new window (over the same lists), with a hidden-files manager or none.
+    void makeWindow(HiddenManager* hidden = nullptr)
+    {
+        window.reset();
         SearchResultWC::Collaborators c;
+        c.hiddenManager = hidden;
         c.searchManager = &manager;
         c.settings = &settings.settings;
         c.center = &settings.center;

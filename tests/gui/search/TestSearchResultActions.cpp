@@ -6,7 +6,11 @@
 #include "core/Settings.h"
 #include "gui/search/FileInfoDialog.h"
 #include "gui/search/QuickLookPanel.h"
+#include "hidden/DiskAccessRestoreManager.h"
+#include "hidden/HiddenManager.h"
+#include "hidden/Preferences.h"
 #include "search/FileManagerBus.h"
+#include "support/HiddenFakeScriptRunner.h"
 #include "support/SearchTreeFixture.h"
 
 #include <QClipboard>
@@ -50,6 +54,7 @@ private Q_SLOTS:
     void keysCopyNamesAndPathsToTheClipboard();
     void revealFallsBackToTheParentFolder();
     void revealingAHiddenFileWithoutTheManagerExplainsFirst();
+    void revealingAHiddenFileOffersToShowHiddenFilesFirst();
     void propertiesFallBackToTheProgramsOwnDialog();
     void enterOpensTheSelectedItem();
     void spacePreviewsTheSelectionInTableOrder();
@@ -176,6 +181,8 @@ void TestSearchResultActions::deleteKeyTrashesAfterTheQuestion()
 {
     SearchResultWC& w = *m_w->window;
     m_w->select({QStringLiteral("quasar-a.txt")});
+    const int row = w.selectedRows().first();
+    const QString next = m_w->shownNames().value(row + 1, m_w->shownNames().value(row - 1));
     m_w->fake.answer = [](const auto&) { return FakePrompts::Answer{0, false}; };
     const QList<QByteArray> failed = runAction([&] { QTest::keyClick(w.tableView(), Qt::Key_Delete); });
     QCOMPARE(m_w->fake.titles(), QStringList{QStringLiteral("Are you sure you want to remove selected files?")});
@@ -189,6 +196,9 @@ void TestSearchResultActions::deleteKeyTrashesAfterTheQuestion()
     QVERIFY(!m_w->shownNames().contains(QStringLiteral("quasar-a.txt")));
     QCOMPARE(m_w->manager.getSearchResultArray().size(), 3);
     QVERIFY(!m_w->settings.standard.boolForKey(SettingsKey::DontShowDeleteAlertDialog));
+    // The row that took its place is selected, for the next key press.
+    QCOMPARE(w.selectedItems().size(), 1);
+    QCOMPARE(w.selectedItems().first()->fileName(), next);
 
     // "No" leaves everything; Ctrl+Backspace asks the same.
     m_w->select({QStringLiteral("quasar-b.txt")});
@@ -301,6 +311,57 @@ void TestSearchResultActions::revealingAHiddenFileWithoutTheManagerExplainsFirst
     m_w->fake.answer = [](const auto&) { return FakePrompts::Answer{0, false}; };
     w.showInFinderMenuItemPressed();
     QTRY_COMPARE(m_w->revealed, QList<QList<QByteArray>>{{src(".quasar-secret")}});
+}
+
+void TestSearchResultActions::revealingAHiddenFileOffersToShowHiddenFilesFirst()
+{
+    m_tree->file("src/.quasar-secret");
+    SettingsFixture& s = m_w->settings;
+    s.settings.setShouldShowInformationAboutAccessibilityAlerts(false);
+    s.settings.setShouldCheckHiddenFilesVisibility(true);
+    HiddenFakeScriptRunner runner;
+    HiddenFakeAlerts alerts;
+    QObject guard;
+    Preferences preferences{s.standard};
+    DiskAccessRestoreManager diskAccess{s.standard};
+    HiddenManager hidden(HiddenManager::Collaborators{
+        &s.settings, &s.center, &runner, &s.version, &s.clock, &preferences, &diskAccess, {}});
+    hidden.setAlerts(&alerts, &guard);
+    m_w->makeWindow(&hidden);
+    m_w->search(QStringLiteral("quasar"), m_tree->path("src"));
+    SearchResultWC& w = *m_w->window;
+    QVERIFY(!hidden.isHiddenShown());
+
+    // "No": nothing is switched and nothing revealed.
+    m_w->select({QStringLiteral(".quasar-secret"), QStringLiteral("quasar-a.txt")});
+    m_w->fake.answer = [](const auto&) { return FakePrompts::Answer{1, false}; };
+    w.showInFinderMenuItemPressed();
+    QCOMPARE(m_w->fake.asked.size(), 1);
+    const auto& q = m_w->fake.asked.first();
+    QVERIFY2(q.title.startsWith(QStringLiteral("Hidden files are not displayed in ")), qPrintable(q.title));
+    QVERIFY(q.text.endsWith(QStringLiteral(" will be relaunched if so.")));
+    QVERIFY(q.suppressionBox);
+    QTest::qWait(20);
+    QVERIFY(runner.pending.empty());
+    QVERIFY(m_w->revealed.isEmpty());
+
+    // "Yes": the display is switched, and the items are revealed once the switch has ended.
+    m_w->fake.answer = [](const auto&) { return FakePrompts::Answer{0, false}; };
+    w.showInFinderMenuItemPressed();
+    QTRY_COMPARE(runner.nextName(), HiddenManager::kSwitchScript);
+    QVERIFY(m_w->revealed.isEmpty());
+    runner.finish();
+    QTRY_COMPARE(m_w->revealed.size(), 1);
+    QCOMPARE(m_w->revealed.first().size(), 2);
+    QVERIFY(m_w->revealed.first().contains(src(".quasar-secret")));
+
+    // Hidden files already shown: revealed at once, without a question.
+    QVERIFY(hidden.isHiddenShown());
+    m_w->fake.asked.clear();
+    w.showInFinderMenuItemPressed();
+    QVERIFY(m_w->fake.asked.isEmpty());
+    QCOMPARE(m_w->revealed.size(), 2);
+    m_w->window.reset();
 }
 
 void TestSearchResultActions::propertiesFallBackToTheProgramsOwnDialog()
