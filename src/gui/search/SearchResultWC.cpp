@@ -103,6 +103,10 @@ SearchResultWC::SearchResultWC(Collaborators c, QWidget* parent)
     connect(&m_timer, &QTimer::timeout, this, &SearchResultWC::addRowAtTableView);
     m_timerForFoundLabel.setInterval(kCounterTimerMs);
     connect(&m_timerForFoundLabel, &QTimer::timeout, this, &SearchResultWC::searchLabelUpdateTimer);
+    m_startTimer.setSingleShot(true);
+    m_startTimer.setInterval(100);
+    connect(&m_startTimer, &QTimer::timeout, this,
+            [this] { m_searchManager.performSearchWithTemplate(m_pendingTemplate, m_pendingFolder); });
     connect(&m_listWatcher, &QFutureWatcher<QList<SearchItemPtr>>::finished, this, &SearchResultWC::onListJobFinished);
 
     m_center.addObserver(SearchManager::SearchManagerDidStartSearchNotification(), nullptr, this,
@@ -429,6 +433,7 @@ void SearchResultWC::prepareForNewSearchResults()
 {
     // The manager has just emptied both lists: the table follows at once, and any list work on the old
     // contents is dropped.
+    m_startTimer.stop();
     ++m_listEpoch;
     m_listJobs.clear();
     m_model->beginListChange();
@@ -592,6 +597,10 @@ void SearchResultWC::ifFilteredNotFound()
 {
     if (!m_filteredSearchResultArray.isEmpty() || m_searchResultArray.isEmpty() || m_lastSearchStoppedForNew)
         return;
+    if (m_newSearchQuestionOpen) {
+        m_filteredQuestionDeferred = true;
+        return;
+    }
     const uint found = m_searchManager.foundItemsMask();
     uint bit = 0;
     SearchResultPrompts::Question q;
@@ -957,6 +966,8 @@ void SearchResultWC::showNewSearchAlertDialogWithCompletion(std::function<void()
         start();
         return;
     }
+    m_newSearchQuestionOpen = true;
+    m_filteredQuestionDeferred = false;
     m_prompts.ask(
         this,
         question(SearchResultStrings::text("New_search_title", "Are you sure you want to start new search?"),
@@ -966,17 +977,24 @@ void SearchResultWC::showNewSearchAlertDialogWithCompletion(std::function<void()
         [self = QPointer(this), start, cancelled](int button, bool suppress) {
             if (!self)
                 return;
+            self->m_newSearchQuestionOpen = false;
+            const bool deferred = std::exchange(self->m_filteredQuestionDeferred, false);
             if (suppress) {
                 self->m_settings.defaults().saveBoolValue(true, SettingsKey::DontShowNewSearchAlertDialog);
                 self->m_settings.defaults().synchronize();
             }
             if (button == 0) {
+                // The search that ended meanwhile counts as stopped for the new one.
+                if (deferred)
+                    self->m_lastSearchStoppedForNew = true;
                 start();
                 return;
             }
             self->resetSearchBar();
             if (cancelled)
                 cancelled();
+            if (deferred)
+                self->ifFilteredNotFound();
         });
 }
 
@@ -995,14 +1013,14 @@ void SearchResultWC::performSearchWithSelectedPath(const QString& path)
     }
     m_searchManager.cancelSearchByButton();
     const QString typed = m_searchBar->text();
-    if (!typed.isEmpty() && typed != m_searchManager.searchTemplate())
-        m_searchManager.setSearchTemplate(typed);
+    // The template is stored when the search starts, so the cancelled search still ends under its own.
+    m_pendingTemplate =
+        !typed.isEmpty() && typed != m_searchManager.searchTemplate() ? typed : m_searchManager.searchTemplate();
+    m_pendingFolder = path;
     m_searchManager.setSearchLocation(path);
     m_settings.saveSearchLocation(path);
     m_settings.defaults().synchronize();
-    QTimer::singleShot(100, this, [this, path, text = m_searchManager.searchTemplate()] {
-        m_searchManager.performSearchWithTemplate(text, path);
-    });
+    m_startTimer.start();
 }
 
 void SearchResultWC::searchBarReturnPressed()

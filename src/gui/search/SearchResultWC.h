@@ -218,6 +218,10 @@ private:
     QList<SearchItemPtr>& m_filteredSearchResultArray;
     bool m_isSearchOn = false;
     bool m_lastSearchStoppedForNew = false;
+    // The new-search question is open; a search ending meanwhile asks its filter question only if the user
+    // keeps it.
+    bool m_newSearchQuestionOpen = false;
+    bool m_filteredQuestionDeferred = false;
     uint m_filterMask = SearchItemClass::Regular | SearchItemClass::Hidden;
     int m_selectedLocationTag = -1;
     QString m_customFolderButtonSearchLocation;
@@ -244,6 +248,11 @@ private:
     QPushButton* m_exportButton = nullptr;
     QTimer m_timer;
     QTimer m_timerForFoundLabel;
+    // The search a location button or the search bar starts a moment after the running one was cancelled;
+    // dropped when another search starts first.
+    QTimer m_startTimer;
+    QString m_pendingTemplate;
+    QString m_pendingFolder;
 
     std::deque<std::function<ListJob()>> m_listJobs;
     QFutureWatcher<QList<SearchItemPtr>> m_listWatcher;

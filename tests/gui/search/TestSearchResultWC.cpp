@@ -218,6 +218,19 @@ void TestSearchResultWC::searchStoppedForANewOneNeverAsks()
     QTest::qWait(50);
     QCOMPARE(m_w->fake.titles(), QStringList{QStringLiteral("Are you sure you want to start new search?")});
     QCOMPARE(m_w->settings.settings.getSearchLocation().toString(), QFile::decodeName(m_tree->root()));
+
+    // Kept ("Cancel"): the search that ends asks its question, whether it ended before the answer or after.
+    m_w->fake.asked.clear();
+    m_w->fake.answer = [](const auto&) { return FakePrompts::Answer{1, false}; };
+    QSignalSpy second(&m_w->manager, &SearchManager::searchFinished);
+    m_w->manager.performSearchWithTemplate(QStringLiteral("quasar"), QFile::decodeName(m_tree->root()));
+    QMetaObject::invokeMethod(bar, "returnPressed");
+    QTRY_COMPARE_WITH_TIMEOUT(m_w->fake.titles(),
+                              (QStringList{QStringLiteral("Are you sure you want to start new search?"),
+                                           QStringLiteral("Package contents found only")}),
+                              20000);
+    QCOMPARE(bar->text(), QStringLiteral("quasar"));
+    QCOMPARE(second.size(), 1);
 }
 
 void TestSearchResultWC::newSearchQuestionCancelRestoresAndSuppressionIsStored()
