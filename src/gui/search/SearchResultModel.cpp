@@ -104,18 +104,17 @@ QIcon SearchResultModel::iconFor(const SearchItem& item) const
     return icon;
 }
 
-QIcon SearchResultModel::classIcon(const SearchItem& item, bool selected) const
+QIcon SearchResultModel::classIcon(const SearchItem& item) const
 {
     const QChar letter = SearchResultSort::classLetter(item);
-    const int key = letter.unicode() * 2 + (selected ? 1 : 0);
-    auto cached = m_classIcons.constFind(key);
+    auto cached = m_classIcons.constFind(letter.unicode());
     if (cached != m_classIcons.constEnd())
         return *cached;
-    const QString base = letter == QLatin1Char('p')   ? QStringLiteral("icon_box")
+    const QString name = letter == QLatin1Char('p')   ? QStringLiteral("icon_box")
                          : letter == QLatin1Char('h') ? QStringLiteral("icon_hidden_files")
                                                       : QStringLiteral("icon_files");
-    QIcon icon(QStringLiteral(":/icons/%1%2.svg").arg(base, selected ? QStringLiteral("_w") : QString()));
-    m_classIcons.insert(key, icon);
+    QIcon icon(QStringLiteral(":/icons/%1.svg").arg(name));
+    m_classIcons.insert(letter.unicode(), icon);
     return icon;
 }
 
@@ -162,7 +161,7 @@ QVariant SearchResultModel::data(const QModelIndex& index, int role) const
     case TypeColumn: {
         const QChar letter = SearchResultSort::classLetter(item);
         if (role == Qt::DecorationRole)
-            return classIcon(item, false);
+            return classIcon(item);
         if (role == Qt::DisplayRole || role == Qt::ToolTipRole)
             return letter == QLatin1Char('p')   ? SearchResultStrings::text("Class_packaged", "Package contents")
                    : letter == QLatin1Char('h') ? SearchResultStrings::text("Class_hidden", "Hidden file")

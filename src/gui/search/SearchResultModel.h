@@ -55,7 +55,7 @@ public:
 
 private:
     QIcon iconFor(const SearchItem& item) const;
-    QIcon classIcon(const SearchItem& item, bool selected) const;
+    QIcon classIcon(const SearchItem& item) const;
 
     QList<SearchItemPtr>& m_list;
     int m_rowsShown = 0;
