@@ -32,6 +32,17 @@ exists() {
   [ -e "$1" ] || [ -L "$1" ]
 }
 
+# Whether folder $2 is the folder $1 or lies inside it, links resolved.
+within() {
+  [ -d "$1" ] && [ ! -L "$1" ] || return 1
+  outer=$(cd -P -- "$1" && pwd -P && printf .) || return 1
+  outer=${outer%"$nl".}
+  inner=$(cd -P -- "$2" && pwd -P && printf .) || return 1
+  inner=${inner%"$nl".}
+  case "$inner/" in "${outer%/}"/*) return 0 ;; esac
+  return 1
+}
+
 # A tool's last line of complaint, without its "tool: " prefix.
 complaint() {
   last=$(printf '%s\n' "$1" | tail -n 1)
@@ -51,12 +62,18 @@ copy_to_folder() {
     name=$(basename -- "$src"; printf .)
     name=${name%"$nl".}
     target="${dest%/}/$name"
-    if ! exists "$src"; then
+    # Relative paths would depend on the folder this runs in.
+    if [ "${src#/}" = "$src" ] || [ "${dest#/}" = "$dest" ]; then
+      fail $n "not an absolute path"
+    elif ! exists "$src"; then
       fail $n "it no longer exists"
     elif [ ! -d "$dest" ]; then
       fail $n "the destination folder does not exist"
     elif exists "$target"; then
       fail $n "an item with the same name is already in the destination folder"
+    # cp would have made part of the copy before it noticed.
+    elif within "$src" "$dest"; then
+      fail $n "a folder cannot be copied into itself"
     # -n and -T: should an item of that name appear meanwhile, nothing in it is replaced and a folder is
     # never copied into it.
     elif ! err=$(cp -a -n -T -- "$src" "$target" 2>&1); then

@@ -42,7 +42,10 @@ remove() {
   while IFS= read -r line; do
     decode "$line"
     src=$decoded
-    if ! exists "$src"; then
+    # A relative path would depend on the folder this runs in.
+    if [ "${src#/}" = "$src" ]; then
+      fail $n "not an absolute path"
+    elif ! exists "$src"; then
       fail $n "it no longer exists"
     elif ! err=$(gio trash -- "$src" 2>&1 </dev/null); then
       # gio names the item as a URI first: "gio: file:///...: reason".

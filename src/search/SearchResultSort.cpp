@@ -1,6 +1,6 @@
 #include "SearchResultSort.h"
 
-#include <QStringConverter>
+#include <QHash>
 
 #include <algorithm>
 #include <array>
@@ -114,8 +114,10 @@ int compareText(const QByteArray& a, const QByteArray& b)
     if (i == a.size() && i == b.size())
         return 0;
     // Back to the start of the code point the difference falls in.
+    // Below i both strings hold the same bytes; at i only the longer one has a byte.
+    const unsigned char* longer = i < a.size() ? pa : pb;
     qsizetype start = i;
-    while (start > 0 && start > i - 3 && isContinuation(pa[start]))
+    while (start > 0 && start > i - 3 && isContinuation(longer[start]))
         --start;
     bool prefixAscii = true;
     for (qsizetype k = 0; k < start && prefixAscii; ++k)
@@ -152,24 +154,10 @@ int compareFolders(const SearchItem& a, const SearchItem& b)
     return compareText(a.rawFilePath(), b.rawFilePath());
 }
 
-template <typename Key> void sortByNumber(QList<SearchItemPtr>& items, bool ascending, Key key)
+// Moves the items into the order the sorted entries give (each entry names an item's old position), along
+// the permutation's cycles: no second list of a million pointers.
+template <typename Entry> void applyOrder(QList<SearchItemPtr>& items, std::vector<Entry>& entries)
 {
-    // Keys next to their positions sort without touching the items again; stable by the position.
-    struct Entry
-    {
-        quint64 key;
-        quint32 index;
-    };
-    std::vector<Entry> entries;
-    entries.reserve(static_cast<size_t>(items.size()));
-    for (qsizetype i = 0; i < items.size(); ++i)
-        entries.push_back({key(*items.at(i)), static_cast<quint32>(i)});
-    std::sort(entries.begin(), entries.end(), [ascending](const Entry& x, const Entry& y) {
-        if (x.key != y.key)
-            return ascending ? x.key < y.key : x.key > y.key;
-        return x.index < y.index;
-    });
-    // Items move into place along the permutation's cycles: no second list of a million pointers.
     for (quint32 p = 0; p < entries.size(); ++p) {
         if (entries[p].index == p)
             continue;
@@ -186,6 +174,91 @@ template <typename Key> void sortByNumber(QList<SearchItemPtr>& items, bool asce
             q = from;
         }
     }
+}
+
+// Keys next to their positions sort without touching the items again; ties keep their order.
+template <typename Key> void sortByNumber(QList<SearchItemPtr>& items, bool ascending, Key key)
+{
+    struct Entry
+    {
+        quint64 key;
+        quint32 index;
+    };
+    std::vector<Entry> entries;
+    entries.reserve(static_cast<size_t>(items.size()));
+    for (qsizetype i = 0; i < items.size(); ++i)
+        entries.push_back({key(*items.at(i)), static_cast<quint32>(i)});
+    std::sort(entries.begin(), entries.end(), [ascending](const Entry& x, const Entry& y) {
+        if (x.key != y.key)
+            return ascending ? x.key < y.key : x.key > y.key;
+        return x.index < y.index;
+    });
+    applyOrder(items, entries);
+}
+
+// Names: the first sixteen bytes, big-endian, decide whenever they differ and one of the two is plain
+// ASCII (the first differing byte is then ASCII on one side, which sorts below every other character
+// and every replacement character). Only the rest goes to the full comparison through the item, which
+// costs cache misses; sixteen bytes tell apart most names that share a common start ("changelog-").
+void sortByName(QList<SearchItemPtr>& items, bool ascending)
+{
+    struct Entry
+    {
+        quint64 high;
+        quint64 low;
+        quint32 index;
+        bool ascii;
+    };
+    std::vector<Entry> entries;
+    entries.reserve(static_cast<size_t>(items.size()));
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        const QByteArray& name = items.at(i)->rawFileName;
+        quint64 words[2] = {0, 0};
+        bool ascii = true;
+        for (qsizetype k = 0; k < 16; ++k) {
+            const auto byte = k < name.size() ? static_cast<unsigned char>(name.at(k)) : 0;
+            words[k / 8] = (words[k / 8] << 8) | byte;
+            ascii = ascii && byte < 0x80;
+        }
+        entries.push_back({words[0], words[1], static_cast<quint32>(i), ascii});
+    }
+    std::sort(entries.begin(), entries.end(), [&items, ascending](const Entry& x, const Entry& y) {
+        int c;
+        if ((x.high != y.high || x.low != y.low) && (x.ascii || y.ascii))
+            c = x.high != y.high ? (x.high < y.high ? -1 : 1) : (x.low < y.low ? -1 : 1);
+        else
+            c = compareText(items.at(x.index)->rawFileName, items.at(y.index)->rawFileName);
+        if (c != 0)
+            return ascending ? c < 0 : c > 0;
+        return x.index < y.index;
+    });
+    applyOrder(items, entries);
+}
+
+// Folders: the items of one folder share its record, so the far fewer records are ordered once and
+// the items sort by their folder's rank.
+void sortByFolder(QList<SearchItemPtr>& items, bool ascending)
+{
+    QHash<const SearchFolder*, quint32> ranks;
+    std::vector<const SearchItem*> firsts; // one item per record, to read the path through
+    for (const SearchItemPtr& item : std::as_const(items)) {
+        const SearchFolder* record = item->folder().get();
+        if (!ranks.contains(record)) {
+            ranks.insert(record, 0);
+            firsts.push_back(item.get());
+        }
+    }
+    std::sort(firsts.begin(), firsts.end(), [](const SearchItem* x, const SearchItem* y) {
+        return compareText(x->rawFilePath(), y->rawFilePath()) < 0;
+    });
+    quint32 rank = 0;
+    for (size_t i = 0; i < firsts.size(); ++i) {
+        // Two records of the same text rank alike.
+        if (i > 0 && compareText(firsts[i - 1]->rawFilePath(), firsts[i]->rawFilePath()) != 0)
+            ++rank;
+        ranks[firsts[i]->folder().get()] = rank;
+    }
+    sortByNumber(items, ascending, [&ranks](const SearchItem& i) { return quint64(ranks.value(i.folder().get())); });
 }
 
 } // namespace
@@ -252,12 +325,10 @@ void sort(QList<SearchItemPtr>& items, SearchSortKey key, bool ascending)
     case SearchSortKey::Type:
         return sortByNumber(items, ascending, [](const SearchItem& i) { return quint64(classByte(i)); });
     case SearchSortKey::Name:
+        return sortByName(items, ascending);
     case SearchSortKey::EnclosingFolder:
-        break;
+        return sortByFolder(items, ascending);
     }
-    std::stable_sort(items.begin(), items.end(), [key, ascending](const SearchItemPtr& x, const SearchItemPtr& y) {
-        return ascending ? compare(*x, *y, key) < 0 : compare(*y, *x, key) < 0;
-    });
 }
 
 } // namespace SearchResultSort

@@ -355,6 +355,42 @@ private slots:
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("gone")});
     }
 
+    // A sub-folder of the item as the destination: refused by the tools, nothing made or lost.
+    void intoItselfIsRefused_data()
+    {
+        QTest::addColumn<bool>("move");
+        QTest::newRow("copy") << false;
+        QTest::newRow("move") << true;
+    }
+    void intoItselfIsRefused()
+    {
+        QFETCH(bool, move);
+        QVERIFY(makeFolders(path("f/sub")));
+        QVERIFY(writeFile(path("f/file"), "f"));
+        const FileOperationResult result =
+            run(move ? &FinderCommunicator::doMoveFiles : &FinderCommunicator::doCopyFiles, {path("f/sub"), path("f")});
+        QCOMPARE(result.failedPaths, QList<QByteArray>{path("f")});
+        QVERIFY2(result.error.contains(QStringLiteral("itself")), qPrintable(result.error));
+        QCOMPARE(listFolder(path("f/sub")), QByteArrayList());
+        QCOMPARE(readFile(path("f/file")), QByteArray("f"));
+    }
+
+    // A relative path would be taken from whatever folder the program runs in.
+    void relativePathsAreRefused()
+    {
+        QVERIFY(writeFile(path("a"), "a"));
+        QVERIFY(QDir::setCurrent(m_dir->path()));
+        FileOperationResult result = run(&FinderCommunicator::doRemoveFiles, {"a"});
+        QCOMPARE(result.failedPaths, QList<QByteArray>{"a"});
+        QCOMPARE(result.error, QStringLiteral("a: not an absolute path"));
+        QVERIFY(makeFolders(path("sub")));
+        result = run(&FinderCommunicator::doCopyFiles, {"sub", path("a")});
+        QCOMPARE(result.failedPaths, QList<QByteArray>{path("a")});
+        QVERIFY(!exists(path("sub/a")));
+        QCOMPARE(readFile(path("a")), QByteArray("a"));
+        QVERIFY(QDir::setCurrent(QDir::tempPath()));
+    }
+
     void emptyListsEndWell()
     {
         for (Operation operation :

@@ -225,25 +225,52 @@ private slots:
         QVERIFY(SearchResultSort::compare(a, *item("q", "/samf"), SearchSortKey::EnclosingFolder) < 0);
     }
 
-    void nameSortOfManyItems()
+    // Whole sorts of many items against a plain stable sort with the converting comparison, both ways.
+    void sortsOfManyItemsMatchTheReference_data()
     {
-        QList<SearchItemPtr> items;
-        std::mt19937 random(7);
-        for (int i = 0; i < 5000; ++i) {
-            QByteArray name = QByteArray::number(quint32(random()), 36);
-            if (i % 7 == 0)
-                name.prepend("\xc3\xa9");
-            if (i % 11 == 0)
-                name.append("\xff");
-            items.append(item(name));
+        QTest::addColumn<int>("key");
+        QTest::addColumn<bool>("ascending");
+        for (bool ascending : {true, false}) {
+            const char* way = ascending ? "ascending" : "descending";
+            QTest::addRow("name %s", way) << int(SearchSortKey::Name) << ascending;
+            QTest::addRow("folder %s", way) << int(SearchSortKey::EnclosingFolder) << ascending;
         }
-        QList<SearchItemPtr> sorted = items;
-        SearchResultSort::sort(sorted, SearchSortKey::Name, true);
+    }
+    void sortsOfManyItemsMatchTheReference()
+    {
+        QFETCH(int, key);
+        QFETCH(bool, ascending);
+        // Pieces that make the first eight bytes ASCII, mixed or ill-formed, and names sharing long starts.
+        const QByteArrayList pieces{"a",    "B",    "\xc3\xa9", "\xef\xbc\xa1", "\xf0\x9f\x98\x80",
+                                    "\xff", "\xc3", "report-",  "report-2024",  "\xee\x80\x80"};
+        std::mt19937 random(99);
+        std::uniform_int_distribution<int> pick(0, int(pieces.size()) - 1);
+        std::uniform_int_distribution<int> length(0, 6);
+        const auto make = [&] {
+            QByteArray text;
+            for (int n = length(random); n > 0; --n)
+                text += pieces.at(pick(random));
+            return text;
+        };
+        QList<SearchFolderPtr> folders;
+        for (int i = 0; i < 300; ++i)
+            folders.append(folder("/r/" + make()));
+        folders.append(folder(folders.first()->path)); // another record with the same text
+        QList<SearchItemPtr> items;
+        for (int i = 0; i < 6000; ++i)
+            items.append(std::make_shared<SearchItem>(make(), folders.at(int(random() % folders.size()))));
+
+        const auto text = [key](const SearchItemPtr& i) {
+            return key == int(SearchSortKey::Name) ? i->rawFileName : i->rawFilePath();
+        };
         QList<SearchItemPtr> expected = items;
-        std::stable_sort(expected.begin(), expected.end(), [](const SearchItemPtr& x, const SearchItemPtr& y) {
-            return referenceCompare(x->rawFileName, y->rawFileName) < 0;
+        std::stable_sort(expected.begin(), expected.end(), [&](const SearchItemPtr& x, const SearchItemPtr& y) {
+            return ascending ? referenceCompare(text(x), text(y)) < 0 : referenceCompare(text(y), text(x)) < 0;
         });
-        QCOMPARE(names(sorted), names(expected));
+        QList<SearchItemPtr> sorted = items;
+        SearchResultSort::sort(sorted, SearchSortKey(key), ascending);
+        // Item by item: ties must keep the order they came in.
+        QVERIFY(sorted == expected);
     }
 };
 
