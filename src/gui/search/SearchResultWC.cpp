@@ -105,8 +105,10 @@ SearchResultWC::SearchResultWC(Collaborators c, QWidget* parent)
     connect(&m_timerForFoundLabel, &QTimer::timeout, this, &SearchResultWC::searchLabelUpdateTimer);
     m_startTimer.setSingleShot(true);
     m_startTimer.setInterval(100);
-    connect(&m_startTimer, &QTimer::timeout, this,
-            [this] { m_searchManager.performSearchWithTemplate(m_pendingTemplate, m_pendingFolder); });
+    connect(&m_startTimer, &QTimer::timeout, this, [this] {
+        releaseResultsInBackground();
+        m_searchManager.performSearchWithTemplate(m_pendingTemplate, m_pendingFolder);
+    });
     connect(&m_listWatcher, &QFutureWatcher<QList<SearchItemPtr>>::finished, this, &SearchResultWC::onListJobFinished);
 
     m_center.addObserver(SearchManager::SearchManagerDidStartSearchNotification(), nullptr, this,
@@ -1021,6 +1023,22 @@ void SearchResultWC::performSearchWithSelectedPath(const QString& path)
     m_settings.saveSearchLocation(path);
     m_settings.defaults().synchronize();
     m_startTimer.start();
+}
+
+void SearchResultWC::releaseResultsInBackground()
+{
+    if (m_searchResultArray.isEmpty() && m_filteredSearchResultArray.isEmpty())
+        return;
+    ++m_listEpoch;
+    m_listJobs.clear();
+    m_model->beginListChange();
+    QList<SearchItemPtr> all = std::exchange(m_searchResultArray, {});
+    QList<SearchItemPtr> filtered = std::exchange(m_filteredSearchResultArray, {});
+    m_model->endListChange(0);
+    QThreadPool::globalInstance()->start([all = std::move(all), filtered = std::move(filtered)]() mutable {
+        filtered = {};
+        all = {};
+    });
 }
 
 void SearchResultWC::searchBarReturnPressed()

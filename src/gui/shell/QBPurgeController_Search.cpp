@@ -35,6 +35,8 @@ void QBPurgeController::panelSearchRequested(const QString& text)
     const auto search = [this, manager, text] {
         manager->setSearchTemplate(text);
         manager->cancelSearchByButton();
+        if (m_searchResultDialog && !text.isEmpty())
+            m_searchResultDialog->releaseResultsInBackground();
         const QString folder = searchLocationFrom(m_settings);
         manager->setSearchLocation(folder);
         const SearchManager::StartResult started = manager->performSearchWithTemplate(text, folder);
