@@ -58,8 +58,7 @@ QSet<QByteArray> readHiddenList(int dirFd, const char* name)
     QByteArray content(static_cast<qsizetype>(info.st_size) + 1, Qt::Uninitialized);
     qsizetype have = 0;
     ssize_t got;
-    while (have < content.size() &&
-           (got = read(fd, content.data() + have, static_cast<size_t>(content.size() - have))) > 0)
+    while (have < content.size() && (got = read(fd, content.data() + have, static_cast<size_t>(content.size() - have))) > 0)
         have += got;
     close(fd);
     content.truncate(std::min<qsizetype>(have, kHiddenListMax));
@@ -200,8 +199,8 @@ public:
         const FolderFacts* facts = factsOf(folder.node, folder.fd);
         for (QByteArray& name : t_found) {
             const char* statName = name.constData();
-            t_batch.emplace_back(m_generation, m_manager->classify(folder.fd, statName, std::move(name), facts->folder,
-                                                                   facts->hiddenNames));
+            t_batch.emplace_back(m_generation, m_manager->classify(folder.fd, statName, std::move(name),
+                                                                   facts->folder, facts->hiddenNames));
         }
         t_found.clear();
         if (t_batch.size() >= kBatchSize)
@@ -244,8 +243,8 @@ private:
                 const std::string_view name = n->name();
                 folder->inPackage = above->folder->inPackage || hasBundleExtension(name);
                 folder->inHidden = above->folder->inHidden || name.starts_with('.') ||
-                                   above->hiddenNames.contains(
-                                       QByteArray::fromRawData(name.data(), static_cast<qsizetype>(name.size())));
+                                   above->hiddenNames.contains(QByteArray::fromRawData(
+                                       name.data(), static_cast<qsizetype>(name.size())));
             }
             if (n->listsDotHidden)
                 made->hiddenNames = n == node && fd >= 0 ? readHiddenList(fd, ".hidden")
@@ -396,7 +395,8 @@ void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray&
     auto control = std::make_shared<WalkerControl>();
     m_control = control;
     m_searching = true;
-    m_scanPool.start([this, generation, control, lowerTemplate, folder, completion = std::move(completion)] {
+    m_scanPool.start([this, generation, control, lowerTemplate, folder,
+                      completion = std::move(completion)] {
         ScanSink sink(this, generation);
         WalkerOptions options = walkerOptions(folder, lowerTemplate, &sink);
         options.control = control;
@@ -442,9 +442,10 @@ quint16 SearchManager::typeFromName(std::string_view name)
             return it->second;
     }
     static const QMimeDatabase db;
-    const QString type = db.mimeTypeForFile(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())),
-                                            QMimeDatabase::MatchExtension)
-                             .name();
+    const QString type =
+        db.mimeTypeForFile(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())),
+                           QMimeDatabase::MatchExtension)
+            .name();
     const quint16 index = SearchTypes::intern(type);
     std::unique_lock lock(cache.mutex);
     const bool whole = key.size() == name.size();
@@ -509,8 +510,9 @@ SearchItemPtr SearchManager::classify(int dirFd, const char* statName, QByteArra
     }
     item->fileHidden =
         !where.inPackage &&
-        (name.starts_with('.') || (!hiddenNames.isEmpty() && hiddenNames.contains(QByteArray::fromRawData(
-                                                                 name.data(), static_cast<qsizetype>(name.size())))));
+        (name.starts_with('.') ||
+         (!hiddenNames.isEmpty() &&
+          hiddenNames.contains(QByteArray::fromRawData(name.data(), static_cast<qsizetype>(name.size())))));
     item->fileInHiddenFolder = where.inHidden;
     return item;
 }
@@ -649,8 +651,8 @@ bool SearchManager::hasBundleExtension(const QByteArray& name)
 
 bool SearchManager::hasBundleExtension(std::string_view name)
 {
-    static constexpr std::string_view extensions[] = {"app",   "bundle",        "framework", "plugin", "kext",  "xpc",
-                                                      "appex", "photoslibrary", "rtfd",      "pkg",    "appdir"};
+    static constexpr std::string_view extensions[] = {"app",  "bundle", "framework",     "plugin", "kext", "xpc",
+                                                      "appex", "photoslibrary", "rtfd", "pkg",    "appdir"};
     const size_t dot = name.rfind('.');
     if (dot == std::string_view::npos || dot == 0 || dot == name.size() - 1)
         return false;
