@@ -557,6 +557,45 @@ void SearchManager::appendItem(const SearchItemPtr& item)
         m_filteredSearchResultArray.append(item);
 }
 
+void SearchManager::presentItemsAtPaths(const QString& title, const QList<QByteArray>& paths)
+{
+    startNewGeneration();
+    m_searchTemplate = title;
+    m_searchLocation.clear();
+    m_lastStartMessage.clear();
+    m_searchResultArray.clear();
+    m_filteredSearchResultArray.clear();
+    if (m_searchResultDialog)
+        m_searchResultDialog->prepareForNewSearchResults();
+    m_foundItemsMask = 0;
+    m_itemsCounter = 0;
+    {
+        QMutexLocker lock(&m_hiddenMutex);
+        m_hiddenNames.clear();
+        m_inHiddenFolder.clear();
+    }
+    openSearchResultDialog();
+    m_center.post(SearchManagerDidStartSearchNotification());
+    QSet<QByteArray> seen;
+    for (const QByteArray& given : paths) {
+        const QByteArray path = SearchPaths::collapseSlashes(given);
+        struct statx info
+        {
+        };
+        if (!path.startsWith('/') || path == "/" || seen.contains(path) || !statNoFollow(path, info))
+            continue;
+        seen.insert(path);
+        const QByteArray name = SearchPaths::lastComponent(path);
+        const QByteArray parent = SearchPaths::parentOf(path);
+        appendItem(makeItem(std::string_view(name.constData(), static_cast<size_t>(name.size())),
+                            std::string_view(parent.constData(), static_cast<size_t>(parent.size()))));
+    }
+    Q_EMIT searchResultsChanged();
+    if (m_searchResultDialog)
+        m_searchResultDialog->searchCompleted();
+    Q_EMIT searchFinished();
+}
+
 void SearchManager::cancelSearchByButton()
 {
     m_startTime = static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0;

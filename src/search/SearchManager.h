@@ -67,6 +67,11 @@ public:
     // Called for each match, from any thread.
     void fileFoundObjCWithFile(std::string_view name, std::string_view path, qint64 totalFilesCount);
 
+    // Shows a list of existing files (a review list of the disk-usage view) as a finished search titled
+    // title: the lists are replaced by items classified as a search would, missing paths are skipped, and
+    // the results window sees a start and a completion. Runs on the main thread.
+    void presentItemsAtPaths(const QString& title, const QList<QByteArray>& paths);
+
     void cancelSearchByButton();
     void resumeSearchIfStopped();
     void searchInterruptedObjC() {}

@@ -426,6 +426,8 @@ void QBPurgeController::registerObservers()
                          [this](const Notification&) { showMainWindowAndMakeActive(); });
     m_center.addObserver(QStringLiteral("openSearchResultDialogNotification"), nullptr, this,
                          [this](const Notification&) { openSearchResultDialog(); });
+    m_center.addObserver(QStringLiteral("ShowReviewListNotification"), nullptr, this,
+                         [this](const Notification& note) { showReviewList(note.userInfo); });
     if (QCoreApplication::instance())
         QCoreApplication::instance()->installEventFilter(this);
 }

@@ -34,6 +34,7 @@ class QSystemTrayIcon;
 class ScriptsManager;
 class SearchManager;
 class SearcherManager;
+class SearchResultWC;
 class Settings;
 class TrayHostWatcher;
 class WelcomeDialog;
@@ -42,9 +43,9 @@ class WelcomeDialog;
 // the purge, and wires every notification of the running program. Its code is split by subsystem:
 // QBPurgeController.cpp (start-up, tray, menus, windows), QBPurgeController_Hidden.cpp (hidden-files
 // state and switch), QBPurgeController_Memory.cpp (memory figures, purge, free-up preferences),
-// QBPurgeController_Search.cpp (the panel's search hand-off), QBPurgeController_Preferences.cpp (the
-// preferences window, the gear menu, reset), QBPurgeController_DiskUsage.cpp (the disk-usage view, its
-// scans and the low-space warning).
+// QBPurgeController_Search.cpp (the panel's search hand-off and the results window),
+// QBPurgeController_Preferences.cpp (the preferences window, the gear menu, reset),
+// QBPurgeController_DiskUsage.cpp (the disk-usage view, its scans and the low-space warning).
 class QBPurgeController : public QObject, public PanelWindowDelegate
 {
     Q_OBJECT
@@ -108,6 +109,9 @@ public:
     void showAboutScreen();
     void onQuitTrovix();
     void openSearchResultDialog();
+    SearchResultWC* searchResultDialog() const;
+    // Shows a review list ("ShowReviewListNotification": "title", "paths") in the results window.
+    void showReviewList(const QVariantMap& userInfo);
     void openWelcomeDialog();
     void showMainWindowAndMakeActive();
     void validateMenu();
@@ -236,6 +240,7 @@ private:
     QPointer<WelcomeDialog> m_welcomeDialog;
     QPointer<AboutWindow> m_aboutWC;
     QPointer<PreferencesWindow> m_wndPreferences;
+    QPointer<SearchResultWC> m_searchResultDialog; // created once, deleted with the controller
     QHash<bool, QIcon> m_statusIcons;
 
     // Memory statistics.

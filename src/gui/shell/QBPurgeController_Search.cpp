@@ -1,13 +1,17 @@
-// Search side of the controller: the panel's search hand-off.
+// Search side of the controller: the panel's search hand-off and the results window.
 #include "QBPurgeController.h"
 
 #include "PanelWindow.h"
 #include "core/Settings.h"
+#include "gui/search/SearchResultWC.h"
+#include "hidden/HiddenManager.h"
 #include "search/SearchManager.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QLineEdit>
+#include <QSystemTrayIcon>
 #include <QToolTip>
 #include <QUrl>
 
@@ -28,26 +32,68 @@ QString searchLocationFrom(const Settings& settings)
 void QBPurgeController::panelSearchRequested(const QString& text)
 {
     SearchManager* manager = m_searchManager ? m_searchManager : SearchManager::sharedManager();
-    manager->setSearchTemplate(text);
-    // The results window is not there yet to ask whether a visible search may be replaced, so the
-    // search action runs at once.
-    manager->cancelSearchByButton();
-    const QString folder = searchLocationFrom(m_settings);
-    manager->setSearchLocation(folder);
-    const SearchManager::StartResult started = manager->performSearchWithTemplate(text, folder);
-    // A text the search cannot take is said where it was typed, not dropped silently.
-    QLineEdit* field = panel() ? panel()->findChild<QLineEdit*>(QStringLiteral("searchBar")) : nullptr;
-    if (!field)
-        return;
-    const QString message =
-        started == SearchManager::StartResult::TemplateTooLong ? manager->lastStartMessage() : QString();
-    field->setToolTip(message);
-    if (!message.isEmpty() && field->isVisible())
-        QToolTip::showText(field->mapToGlobal(QPoint(0, field->height())), message, field);
+    const auto search = [this, manager, text] {
+        manager->setSearchTemplate(text);
+        manager->cancelSearchByButton();
+        if (m_searchResultDialog && !text.isEmpty())
+            m_searchResultDialog->releaseResultsInBackground();
+        const QString folder = searchLocationFrom(m_settings);
+        manager->setSearchLocation(folder);
+        const SearchManager::StartResult started = manager->performSearchWithTemplate(text, folder);
+        // A text the search cannot take is said where it was typed, not dropped silently.
+        QLineEdit* field = panel() ? panel()->findChild<QLineEdit*>(QStringLiteral("searchBar")) : nullptr;
+        if (!field)
+            return;
+        const QString message =
+            started == SearchManager::StartResult::TemplateTooLong ? manager->lastStartMessage() : QString();
+        field->setToolTip(message);
+        if (!message.isEmpty() && field->isVisible())
+            QToolTip::showText(field->mapToGlobal(QPoint(0, field->height())), message, field);
+    };
+    // A visible results window first asks whether its running search may be replaced.
+    if (m_searchResultDialog && m_searchResultDialog->isVisible())
+        m_searchResultDialog->showNewSearchAlertDialogWithCompletion(search);
+    else
+        search();
 }
 
-// Opens the search results window on "openSearchResultDialogNotification". Deliberately empty until the
-// results window exists; the search itself runs and SearchManager holds its results meanwhile.
+// Opens the search results window on "openSearchResultDialogNotification": made once, then raised.
 void QBPurgeController::openSearchResultDialog()
 {
+    if (!m_searchResultDialog) {
+        SearchResultWC::Collaborators c;
+        c.searchManager = m_searchManager ? m_searchManager : SearchManager::sharedManager();
+        c.settings = &m_settings;
+        c.center = &m_center;
+        c.hiddenManager = m_hiddenManager ? m_hiddenManager : &HiddenManager::sharedManager();
+        c.setStatusToolTip = [this](const QString& tip) {
+            if (m_statusItem)
+                m_statusItem->setToolTip(tip);
+        };
+        auto* window = new SearchResultWC(std::move(c));
+        m_searchResultDialog = window;
+        connect(this, &QObject::destroyed, window, [window] { delete window; });
+    }
+    m_searchResultDialog->show();
+    m_searchResultDialog->raise();
+    m_searchResultDialog->activateWindow();
+}
+
+void QBPurgeController::showReviewList(const QVariantMap& userInfo)
+{
+    const QVariant given = userInfo.value(QStringLiteral("paths"));
+    QList<QByteArray> paths;
+    if (given.canConvert<QList<QByteArray>>() && given.typeId() != QMetaType::QStringList)
+        paths = given.value<QList<QByteArray>>();
+    else
+        for (const QString& path : given.toStringList())
+            paths.append(QFile::encodeName(path));
+    SearchManager* manager = m_searchManager ? m_searchManager : SearchManager::sharedManager();
+    manager->cancelSearchByButton();
+    manager->presentItemsAtPaths(userInfo.value(QStringLiteral("title")).toString(), paths);
+}
+
+SearchResultWC* QBPurgeController::searchResultDialog() const
+{
+    return m_searchResultDialog;
 }
