@@ -1,12 +1,13 @@
 // Trovix: with a command word it is a command-line tool; without, the tray program.
+#include "cli/Commands.h"
 #include "core/DistributedNotificationCenter.h"
 #include "core/NotificationCenter.h"
+#include "core/Settings.h"
+#include "core/SingleInstance.h"
 #include "gui/shell/QBAppDelegate.h"
 #include "gui/shell/QBPurgeController.h"
 #include "gui/shell/SessionPlatform.h"
-#include "core/Settings.h"
-#include "core/SingleInstance.h"
-#include "cli/Commands.h"
+#include "search/NameIndexService.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -75,6 +76,8 @@ int main(int argc, char* argv[])
     QBAppDelegate delegate(controller, Settings::shared(), NotificationCenter::defaultCenter(), distributed);
     delegate.setBeforeHandOver([&instance] { instance.reset(); });
     controller.awakeFromNib();
+    NameIndexService nameIndex(QDBusConnection::sessionBus());
+    nameIndex.startFromSettings(Settings::shared().defaults());
     const QStringList arguments = app.arguments();
     QTimer::singleShot(0, &delegate, [&delegate, arguments] { delegate.applicationDidFinishLaunching(arguments); });
     return app.exec();

@@ -9,6 +9,10 @@
 #include "util/DateExtra.h"
 #include "util/VolumeName.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusReply>
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
@@ -37,6 +41,7 @@ namespace {
 constexpr int kExitFound = 0;
 constexpr int kExitNothing = 1;
 constexpr int kExitError = 2;
+constexpr int kExitNoIndex = 3;
 constexpr int kExitInterrupted = 130; // the shell's convention for Ctrl-C
 constexpr int kProgressMillis = 100;
 
@@ -60,13 +65,14 @@ struct Options
     bool countOnly = false;
     bool nulSeparated = false;
     bool verbose = false;
+    bool fromIndex = false; // ask the tray program's name index instead of walking
 };
 
 int usageError(const QString& message)
 {
     std::fprintf(stderr, "trovix search: %s\n", message.toLocal8Bit().constData());
     std::fprintf(stderr, "Usage: trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] "
-                         "[-0] [--verbose]\n");
+                         "[-0] [--verbose] [--index]\n");
     return kExitError;
 }
 
@@ -106,6 +112,8 @@ int parse(const QStringList& args, Options& options)
             options.countOnly = true;
         } else if (arg == QLatin1String("-0") || arg == QLatin1String("--print0")) {
             options.nulSeparated = true;
+        } else if (arg == QLatin1String("--index")) {
+            options.fromIndex = true;
         } else if (arg == QLatin1String("--verbose") || arg == QLatin1String("-v")) {
             options.verbose = true;
         } else if (arg == QLatin1String("--filter") || arg.startsWith(QLatin1String("--filter="))) {
@@ -272,8 +280,8 @@ QByteArray longLine(const SearchItem& item)
     const QString size = item.fileSize < 0
                              ? QStringLiteral("--")
                              : VolumeName::convertToStringFromFileSize(static_cast<quint64>(item.fileSize));
-    const QString date =
-        item.lastUsedDate().isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate()) : QStringLiteral("-");
+    const QString date = item.lastUsedDate().isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate())
+                                                       : QStringLiteral("-");
     const QString kind = item.fileType().isEmpty() ? QStringLiteral("-") : item.fileType();
     return (kind + QLatin1Char('\t') + size + QLatin1Char('\t') + date + QLatin1Char('\t') + classOf(item) +
             QLatin1Char('\t'))
@@ -283,7 +291,8 @@ QByteArray longLine(const SearchItem& item)
 int finish(long found, long total, const Options& options, int skippedFolders)
 {
     if (options.countOnly) {
-        const QByteArray line = QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
+        const QByteArray line =
+            QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
         writeAll(line.constData(), static_cast<size_t>(line.size()));
     }
     if (gInterrupted)
@@ -293,7 +302,8 @@ int finish(long found, long total, const Options& options, int skippedFolders)
         return kExitError;
     }
     if (skippedFolders > 0) {
-        std::fprintf(stderr, "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
+        std::fprintf(stderr,
+                     "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
                      skippedFolders);
         return kExitError;
     }
@@ -404,6 +414,45 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
                   manager.foldersSkipped());
 }
 
+// The tray program's index answers at once; its paths are printed as the walk prints them.
+int searchIndex(const QByteArray& root, const QByteArray& needle, const Options& options)
+{
+    qDBusRegisterMetaType<QByteArrayList>();
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
+                                       QStringLiteral("com.quorbel.trovix.Index"), QStringLiteral("Query"));
+    call << needle << root << 0;
+    const QDBusReply<QByteArrayList> reply = bus.isConnected() ? bus.call(call, QDBus::Block, 60000) : QDBusMessage();
+    if (!reply.isValid()) {
+        const QDBusError error = reply.error();
+        QString why;
+        if (!bus.isConnected())
+            why = QStringLiteral("no session bus");
+        else if (error.type() == QDBusError::ServiceUnknown || error.type() == QDBusError::UnknownObject)
+            why = QStringLiteral("the tray program is not running");
+        else
+            why = error.message();
+        std::fprintf(stderr, "trovix search: no index available: %s; search without --index to walk the disk\n",
+                     why.toLocal8Bit().constData());
+        return kExitNoIndex;
+    }
+    const char terminator = options.nulSeparated ? '\0' : '\n';
+    const QByteArrayList paths = reply.value();
+    if (!options.countOnly) {
+        QByteArray out;
+        for (const QByteArray& path : paths) {
+            out.append(path).append(terminator);
+            if (out.size() >= 64 * 1024) {
+                writeAll(out.constData(), static_cast<size_t>(out.size()));
+                out.clear();
+            }
+        }
+        writeAll(out.constData(), static_cast<size_t>(out.size()));
+    }
+    return finish(static_cast<long>(paths.size()), static_cast<long>(paths.size()), options, 0);
+}
+
 } // namespace
 
 int runSearch(const QStringList& args)
@@ -421,8 +470,8 @@ int runSearch(const QStringList& args)
         return usageError(message);
     }
 
-    const QByteArray given = options.folder.isEmpty() ? QFile::encodeName(defaultFolder())
-                                                      : rawArgument(options.folder, args);
+    const QByteArray given =
+        options.folder.isEmpty() ? QFile::encodeName(defaultFolder()) : rawArgument(options.folder, args);
     const QByteArray rootBytes = SearchPaths::cleanFolder(given);
     struct stat info
     {
@@ -442,6 +491,12 @@ int runSearch(const QStringList& args)
         return kExitError;
     }
 
+    if (options.fromIndex) {
+        if (options.longFormat || options.filter != SearchItemClass::All)
+            return usageError(QStringLiteral("--index prints paths only; --long and --filter need the walk"));
+        gWriteError = 0;
+        return searchIndex(rootBytes, needle, options);
+    }
     if (options.verbose)
         walkerSetVerbose(true);
     // Progress would mix with the paths on a terminal; it is shown when the results go elsewhere.
@@ -463,9 +518,8 @@ int runSearch(const QStringList& args)
     walkerResume();
 
     const bool classify = options.longFormat || options.filter != SearchItemClass::All;
-    const int status =
-        classify ? searchClassified(rootBytes, needle, options, progress)
-                 : searchUnclassified(rootBytes, needle, options, progress);
+    const int status = classify ? searchClassified(rootBytes, needle, options, progress)
+                                : searchUnclassified(rootBytes, needle, options, progress);
     sigaction(SIGINT, &previous, nullptr);
     return status;
 }

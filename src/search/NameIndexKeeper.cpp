@@ -260,7 +260,11 @@ QList<NameIndex::Match> NameIndexKeeper::query(std::string_view needle, std::str
 {
     if (!isReady())
         return {};
-    return m_index->query(needle, folder, limit);
+    const auto started = std::chrono::steady_clock::now();
+    QList<NameIndex::Match> matches = m_index->query(needle, folder, limit);
+    m_lastQueryMicros =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started).count();
+    return matches;
 }
 
 NameIndexKeeper::State NameIndexKeeper::state() const
@@ -291,6 +295,7 @@ NameIndexKeeper::State NameIndexKeeper::state() const
     s.sweeps = m_sweepsDone.load();
     s.overflows = m_overflows;
     s.buildMsecs = m_buildMsecs;
+    s.lastQueryMicros = m_lastQueryMicros.load();
     return s;
 }
 

@@ -58,6 +58,7 @@ public:
         qint64 sweeps = 0;
         qint64 overflows = 0;
         qint64 buildMsecs = 0;
+        qint64 lastQueryMicros = -1; // how long the latest query took inside this process
     };
 
     explicit NameIndexKeeper(Options options);
@@ -114,6 +115,7 @@ private:
     std::atomic<bool> m_overflow{false};
     std::atomic<int> m_sweepRequests{0};
     std::atomic<qint64> m_sweepsDone{0};
+    mutable std::atomic<qint64> m_lastQueryMicros{-1};
     int m_inotify = -1;
     int m_wakeFd = -1;
     int m_watchBudget = 0;
