@@ -1,13 +1,13 @@
 // Trovix: with a command word it is a command-line tool; without, the tray program.
-#include "cli/Commands.h"
 #include "core/DistributedNotificationCenter.h"
 #include "core/NotificationCenter.h"
-#include "core/Settings.h"
-#include "core/SingleInstance.h"
 #include "gui/shell/QBAppDelegate.h"
 #include "gui/shell/QBPurgeController.h"
 #include "gui/shell/SessionPlatform.h"
+#include "core/Settings.h"
+#include "core/SingleInstance.h"
 #include "search/NameIndexService.h"
+#include "cli/Commands.h"
 
 #include <QApplication>
 #include <QDBusConnection>

@@ -6,11 +6,11 @@ namespace cli {
 
 bool isCommand(const QString& word)
 {
-    static const QStringList words = {QStringLiteral("search"),    QStringLiteral("hidden"), QStringLiteral("memory"),
-                                      QStringLiteral("--help"),    QStringLiteral("-h"),     QStringLiteral("help"),
-                                      QStringLiteral("--version"), QStringLiteral("hide"),   QStringLiteral("unhide"),
-                                      QStringLiteral("pluginkit"), QStringLiteral("size"),   QStringLiteral("disk"),
-                                      QStringLiteral("index")};
+    static const QStringList words = {QStringLiteral("search"), QStringLiteral("hidden"), QStringLiteral("memory"),
+                                      QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
+                                      QStringLiteral("--version"), QStringLiteral("hide"), QStringLiteral("unhide"),
+                                      QStringLiteral("pluginkit"), QStringLiteral("size"),
+                                      QStringLiteral("disk"), QStringLiteral("index")};
     return words.contains(word);
 }
 
@@ -45,25 +45,26 @@ int printVersion()
 
 int printHelp()
 {
-    std::printf("Trovix: show or hide hidden files, find files by name, watch and free memory.\n"
-                "\n"
-                "Usage:\n"
-                "  trovix                      start the tray program\n"
-                "  trovix ShowWindowAfterStart start it with the panel open\n"
-                "  trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] [-0]\n"
-                "                              find files whose name contains NEEDLE (case-insensitive)\n"
-                "  trovix search --index NEEDLE [FOLDER] [--count] [-0]\n"
-                "                              the same, answered at once by the tray program's name index\n"
-                "  trovix index                print the name index's state\n"
-                "  trovix hidden [show|hide|toggle]\n"
-                "                              tell or switch the file manager's display of hidden files\n"
-                "  trovix hide FILE...         hide files from the file manager (its .hidden list)\n"
-                "  trovix unhide FILE...       show them again, dropping one leading \".\" from a name\n"
-                "  trovix memory [--free]      print memory use, or free memory\n"
-                "  trovix size PATH...         print each path's space on disk in bytes\n"
-                "  trovix disk [--json] [--verify]\n"
-                "                              scan for junk, duplicates, large old files, applications\n"
-                "  trovix --help | --version\n");
+    std::printf(
+        "Trovix: show or hide hidden files, find files by name, watch and free memory.\n"
+        "\n"
+        "Usage:\n"
+        "  trovix                      start the tray program\n"
+        "  trovix ShowWindowAfterStart start it with the panel open\n"
+        "  trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] [-0]\n"
+        "                              find files whose name contains NEEDLE (case-insensitive)\n"
+        "  trovix search --index NEEDLE [FOLDER] [--count] [-0]\n"
+        "                              the same, answered at once by the tray program's name index\n"
+        "  trovix index                print the name index's state\n"
+        "  trovix hidden [show|hide|toggle]\n"
+        "                              tell or switch the file manager's display of hidden files\n"
+        "  trovix hide FILE...         hide files from the file manager (its .hidden list)\n"
+        "  trovix unhide FILE...       show them again, dropping one leading \".\" from a name\n"
+        "  trovix memory [--free]      print memory use, or free memory\n"
+        "  trovix size PATH...         print each path's space on disk in bytes\n"
+        "  trovix disk [--json] [--verify]\n"
+        "                              scan for junk, duplicates, large old files, applications\n"
+        "  trovix --help | --version\n");
     return 0;
 }
 

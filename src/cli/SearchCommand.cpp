@@ -280,8 +280,8 @@ QByteArray longLine(const SearchItem& item)
     const QString size = item.fileSize < 0
                              ? QStringLiteral("--")
                              : VolumeName::convertToStringFromFileSize(static_cast<quint64>(item.fileSize));
-    const QString date = item.lastUsedDate().isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate())
-                                                       : QStringLiteral("-");
+    const QString date =
+        item.lastUsedDate().isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate()) : QStringLiteral("-");
     const QString kind = item.fileType().isEmpty() ? QStringLiteral("-") : item.fileType();
     return (kind + QLatin1Char('\t') + size + QLatin1Char('\t') + date + QLatin1Char('\t') + classOf(item) +
             QLatin1Char('\t'))
@@ -291,8 +291,7 @@ QByteArray longLine(const SearchItem& item)
 int finish(long found, long total, const Options& options, int skippedFolders)
 {
     if (options.countOnly) {
-        const QByteArray line =
-            QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
+        const QByteArray line = QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
         writeAll(line.constData(), static_cast<size_t>(line.size()));
     }
     if (gInterrupted)
@@ -302,8 +301,7 @@ int finish(long found, long total, const Options& options, int skippedFolders)
         return kExitError;
     }
     if (skippedFolders > 0) {
-        std::fprintf(stderr,
-                     "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
+        std::fprintf(stderr, "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
                      skippedFolders);
         return kExitError;
     }
@@ -419,9 +417,9 @@ int searchIndex(const QByteArray& root, const QByteArray& needle, const Options&
 {
     qDBusRegisterMetaType<QByteArrayList>();
     QDBusConnection bus = QDBusConnection::sessionBus();
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
-                                       QStringLiteral("com.quorbel.trovix.Index"), QStringLiteral("Query"));
+    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
+                                                       QStringLiteral("com.quorbel.trovix.Index"),
+                                                       QStringLiteral("Query"));
     call << needle << root << 0;
     const QDBusReply<QByteArrayList> reply = bus.isConnected() ? bus.call(call, QDBus::Block, 60000) : QDBusMessage();
     if (!reply.isValid()) {
@@ -470,8 +468,8 @@ int runSearch(const QStringList& args)
         return usageError(message);
     }
 
-    const QByteArray given =
-        options.folder.isEmpty() ? QFile::encodeName(defaultFolder()) : rawArgument(options.folder, args);
+    const QByteArray given = options.folder.isEmpty() ? QFile::encodeName(defaultFolder())
+                                                      : rawArgument(options.folder, args);
     const QByteArray rootBytes = SearchPaths::cleanFolder(given);
     struct stat info
     {
@@ -518,8 +516,9 @@ int runSearch(const QStringList& args)
     walkerResume();
 
     const bool classify = options.longFormat || options.filter != SearchItemClass::All;
-    const int status = classify ? searchClassified(rootBytes, needle, options, progress)
-                                : searchUnclassified(rootBytes, needle, options, progress);
+    const int status =
+        classify ? searchClassified(rootBytes, needle, options, progress)
+                 : searchUnclassified(rootBytes, needle, options, progress);
     sigaction(SIGINT, &previous, nullptr);
     return status;
 }
