@@ -11,7 +11,8 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusMetaType>
+#include <QDBusPendingCall>
+#include <QDBusUnixFileDescriptor>
 #include <QDBusReply>
 #include <QDir>
 #include <QEventLoop>
@@ -21,6 +22,7 @@
 #include <QUrl>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -412,16 +414,54 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
                   manager.foldersSkipped());
 }
 
-// The tray program's index answers at once; its paths are printed as the walk prints them.
+// The tray program's index answers at once, through a pipe (no message size limit); its paths are
+// printed as the walk prints them.
 int searchIndex(const QByteArray& root, const QByteArray& needle, const Options& options)
 {
-    qDBusRegisterMetaType<QByteArrayList>();
     QDBusConnection bus = QDBusConnection::sessionBus();
+    int ends[2] = {-1, -1};
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        std::fprintf(stderr, "trovix search: %s\n", std::strerror(errno));
+        return kExitError;
+    }
     QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
                                                        QStringLiteral("com.quorbel.trovix.Index"),
-                                                       QStringLiteral("Query"));
-    call << needle << root << 0;
-    const QDBusReply<QByteArrayList> reply = bus.isConnected() ? bus.call(call, QDBus::Block, 60000) : QDBusMessage();
+                                                       QStringLiteral("QueryToFd"));
+    call << needle << root << 0 << QVariant::fromValue(QDBusUnixFileDescriptor(ends[1]));
+    ::close(ends[1]);
+    QDBusPendingCall pending = bus.isConnected() ? bus.asyncCall(call, 60000) : QDBusPendingCall::fromError(QDBusError());
+    // The call keeps a copy of the write end, so no end of file comes: the program writes every path
+    // before it replies, so once the reply is in, what the pipe holds is the rest.
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    const char terminator = options.nulSeparated ? '\0' : '\n';
+    long found = 0;
+    std::vector<char> buffer(256 * 1024);
+    const auto drain = [&] {
+        for (;;) {
+            const ssize_t got = ::read(ends[0], buffer.data(), buffer.size());
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                return;
+            for (ssize_t i = 0; i < got; ++i) {
+                if (buffer[static_cast<size_t>(i)] == '\0') {
+                    ++found;
+                    buffer[static_cast<size_t>(i)] = terminator;
+                }
+            }
+            if (!options.countOnly)
+                writeAll(buffer.data(), static_cast<size_t>(got));
+        }
+    };
+    while (!pending.isFinished()) {
+        pollfd readable{ends[0], POLLIN, 0};
+        ::poll(&readable, 1, 20);
+        drain();
+    }
+    drain();
+    ::close(ends[0]);
+    pending.waitForFinished();
+    const QDBusReply<qlonglong> reply = pending.reply();
     if (!reply.isValid()) {
         const QDBusError error = reply.error();
         QString why;
@@ -435,20 +475,7 @@ int searchIndex(const QByteArray& root, const QByteArray& needle, const Options&
                      why.toLocal8Bit().constData());
         return kExitNoIndex;
     }
-    const char terminator = options.nulSeparated ? '\0' : '\n';
-    const QByteArrayList paths = reply.value();
-    if (!options.countOnly) {
-        QByteArray out;
-        for (const QByteArray& path : paths) {
-            out.append(path).append(terminator);
-            if (out.size() >= 64 * 1024) {
-                writeAll(out.constData(), static_cast<size_t>(out.size()));
-                out.clear();
-            }
-        }
-        writeAll(out.constData(), static_cast<size_t>(out.size()));
-    }
-    return finish(static_cast<long>(paths.size()), static_cast<long>(paths.size()), options, 0);
+    return finish(found, found, options, 0);
 }
 
 } // namespace

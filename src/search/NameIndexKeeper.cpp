@@ -292,6 +292,7 @@ NameIndexKeeper::State NameIndexKeeper::state() const
     std::lock_guard lock(m_stateMutex);
     s.problem = m_problem;
     s.lastSweepMsecs = m_lastSweep;
+    s.lastSweepDurationMsecs = m_lastSweepDuration;
     s.sweeps = m_sweepsDone.load();
     s.overflows = m_overflows;
     s.buildMsecs = m_buildMsecs;
@@ -481,6 +482,7 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
 
 void NameIndexKeeper::sweep(bool all)
 {
+    const auto started = std::chrono::steady_clock::now();
     std::vector<std::pair<NameIndex::Id, int64_t>> folders;
     {
         std::lock_guard lock(m_folderMutex);
@@ -502,6 +504,8 @@ void NameIndexKeeper::sweep(bool all)
     {
         std::lock_guard lock(m_stateMutex);
         m_lastSweep = QDateTime::currentMSecsSinceEpoch();
+        m_lastSweepDuration =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
     }
     ++m_sweepsDone;
     m_stateChanged.notify_all();

@@ -56,6 +56,7 @@ public:
         int unwatchedFolders = 0;
         qint64 lastSweepMsecs = 0; // since the epoch; 0 before the first
         qint64 sweeps = 0;
+        qint64 lastSweepDurationMsecs = 0; // how long the latest sweep took (the folders beyond the watches)
         qint64 overflows = 0;
         qint64 buildMsecs = 0;
         qint64 lastQueryMicros = -1; // how long the latest query took inside this process
@@ -135,6 +136,7 @@ private:
     mutable std::condition_variable m_stateChanged;
     QString m_problem;
     qint64 m_lastSweep = 0;
+    qint64 m_lastSweepDuration = 0;
     qint64 m_overflows = 0;
     qint64 m_buildMsecs = 0;
 };
