@@ -2,6 +2,8 @@
 #include "core/DistributedNotificationCenter.h"
 #include "core/NotificationCenter.h"
 #include "gui/shell/QBAppDelegate.h"
+#include "gui/shell/IndexSuggestions.h"
+#include "gui/shell/PanelWindow.h"
 #include "gui/shell/QBPurgeController.h"
 #include "gui/shell/SessionPlatform.h"
 #include "core/Settings.h"
@@ -11,6 +13,8 @@
 
 #include <QApplication>
 #include <QDBusConnection>
+#include <QFile>
+#include <QUrl>
 #include <QIcon>
 #include <QProcessEnvironment>
 #include <QTimer>
@@ -78,6 +82,12 @@ int main(int argc, char* argv[])
     controller.awakeFromNib();
     NameIndexService nameIndex(QDBusConnection::sessionBus());
     nameIndex.startFromSettings(Settings::shared().defaults());
+    if (controller.panel())
+        new IndexSuggestions(controller.panel()->searchBar(), nameIndex.keeper(), [] {
+            const QVariant stored = Settings::shared().getSearchLocation();
+            const QString path = stored.typeId() == QMetaType::QUrl ? stored.toUrl().toLocalFile() : stored.toString();
+            return QFile::encodeName(path);
+        });
     const QStringList arguments = app.arguments();
     QTimer::singleShot(0, &delegate, [&delegate, arguments] { delegate.applicationDidFinishLaunching(arguments); });
     return app.exec();
