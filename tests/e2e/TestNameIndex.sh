@@ -1,7 +1,8 @@
 #!/bin/sh
 # The tray program's name index on a real desktop: once `trovix index` says ready, `trovix search
 # --index` gives what the walk gives, a file created under the home shows within 2 s and a deleted one
-# is gone within 2 s, and with the program gone the command says so with exit status 3.
+# is gone within 2 s, a renamed folder is followed, typing in the panel lists names under the search
+# field, and with the program gone the command says so with exit status 3.
 # Usage: TestNameIndex.sh TROVIX_BINARY ARTIFACT_DIR [ENTRIES]
 set -u
 . "$(dirname "$0")/desktop.sh"
@@ -62,6 +63,16 @@ mv "$HOME/tree/proj-0" "$HOME/tree/moved-conf"
 within_2s '[ "$("$bin" search --index conf "$HOME" | sort)" = "$("$bin" search conf "$HOME" 2>/dev/null | sort)" ]' \
   "renamed folder seen" || fail "a renamed folder was not followed within 2 s"
 "$bin" index | grep "last query"
+
+# Typing in the panel's search field lists names from the index under it.
+set -- $(tray_icon Trovix)
+click_at $(( $2 + $4 / 2 )) $(( $3 + $5 / 2 ))
+wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open"
+sleep 0.5
+xdotool type --delay 50 "App.Config-9"
+wait_for "suggestions" '[ "$(windows_named Trovix | awk '"'"'$4 >= 320'"'"' | wc -l)" -ge 2 ]' \
+  || fail "no suggestions under the search field"
+screenshot "$artifacts/suggestions.png"
 
 kill $trovix
 wait $trovix 2>/dev/null
