@@ -70,7 +70,7 @@ for needle in ${NEEDLES:-report quasar zzqqxx}; do
   echo "== needle \"$needle\""
   "$trovix" search "$needle" "$tree" | sort >"$work/walk.txt" || true
   "$trovix" search --index "$needle" "$tree" | sort >"$work/index.txt" || true
-  plocate -d "$work/plocate.db" -i "$needle" | grep -v "^$tree\$" | sort >"$work/plocate.txt" || true
+  plocate -d "$work/plocate.db" -b -i "$needle" | grep -v "^$tree\$" | sort >"$work/plocate.txt" || true
   for tool in index plocate; do
     cmp -s "$work/walk.txt" "$work/$tool.txt" ||
       echo "DIFFERENT RESULTS: walk vs $tool ($(wc -l <"$work/walk.txt") vs $(wc -l <"$work/$tool.txt") lines)"
@@ -80,7 +80,7 @@ for needle in ${NEEDLES:-report quasar zzqqxx}; do
   echo "inside the program: $("$trovix" index | grep 'last query')"
   hyperfine --warmup 2 --runs "$runs" -N -i \
     --command-name "trovix search --index" "$trovix search --index $needle $tree" \
-    --command-name "plocate -i" "plocate -d $work/plocate.db -i $needle" \
+    --command-name "plocate -b -i" "plocate -d $work/plocate.db -b -i $needle" \
     --command-name "trovix search (walk)" "$trovix search $needle $tree" 2>&1 |
     grep -E "^Benchmark|Time \(mean|faster|±"
 done

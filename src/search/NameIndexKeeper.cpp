@@ -223,7 +223,10 @@ void NameIndexKeeper::stop()
     if (m_wakeFd >= 0)
         ::close(m_wakeFd);
     m_inotify = m_wakeFd = -1;
-    m_ready = false;
+    {
+        std::lock_guard lock(m_stateMutex);
+        m_ready = false;
+    }
     m_stateChanged.notify_all();
 }
 
@@ -506,8 +509,8 @@ void NameIndexKeeper::sweep(bool all)
         m_lastSweep = QDateTime::currentMSecsSinceEpoch();
         m_lastSweepDuration =
             std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
+        ++m_sweepsDone;
     }
-    ++m_sweepsDone;
     m_stateChanged.notify_all();
 }
 
@@ -613,8 +616,12 @@ void NameIndexKeeper::run()
         m_index->compact();
     }
     const bool built = !m_overLimit && !m_stop;
-    m_ready = built;
-    m_building = false;
+    {
+        // Under the lock, so a waiter between its test and its wait does not miss the news.
+        std::lock_guard lock(m_stateMutex);
+        m_ready = built;
+        m_building = false;
+    }
     m_stateChanged.notify_all();
     if (!built)
         return;
