@@ -96,3 +96,5 @@ for round in 1 2 3; do
   while "$trovix" search --index .trovix-bench-probe "$tree" >/dev/null; do sleep 0.01; done
   echo "created -> found: $created ms; deleted -> gone: $(ms "$start") ms (each including one command's start)"
 done
+echo "== state at the end"
+"$trovix" index
