@@ -2,14 +2,19 @@
 #include "core/DistributedNotificationCenter.h"
 #include "core/NotificationCenter.h"
 #include "gui/shell/QBAppDelegate.h"
+#include "gui/shell/IndexSuggestions.h"
+#include "gui/shell/PanelWindow.h"
 #include "gui/shell/QBPurgeController.h"
 #include "gui/shell/SessionPlatform.h"
 #include "core/Settings.h"
 #include "core/SingleInstance.h"
+#include "search/NameIndexService.h"
 #include "cli/Commands.h"
 
 #include <QApplication>
 #include <QDBusConnection>
+#include <QFile>
+#include <QUrl>
 #include <QIcon>
 #include <QProcessEnvironment>
 #include <QTimer>
@@ -75,6 +80,14 @@ int main(int argc, char* argv[])
     QBAppDelegate delegate(controller, Settings::shared(), NotificationCenter::defaultCenter(), distributed);
     delegate.setBeforeHandOver([&instance] { instance.reset(); });
     controller.awakeFromNib();
+    NameIndexService nameIndex(QDBusConnection::sessionBus());
+    nameIndex.startFromSettings(Settings::shared().defaults());
+    if (controller.panel())
+        new IndexSuggestions(controller.panel()->searchBar(), nameIndex.keeper(), [] {
+            const QVariant stored = Settings::shared().getSearchLocation();
+            const QString path = stored.typeId() == QMetaType::QUrl ? stored.toUrl().toLocalFile() : stored.toString();
+            return QFile::encodeName(path);
+        });
     const QStringList arguments = app.arguments();
     QTimer::singleShot(0, &delegate, [&delegate, arguments] { delegate.applicationDidFinishLaunching(arguments); });
     return app.exec();

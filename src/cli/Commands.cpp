@@ -10,7 +10,7 @@ bool isCommand(const QString& word)
                                       QStringLiteral("--help"), QStringLiteral("-h"), QStringLiteral("help"),
                                       QStringLiteral("--version"), QStringLiteral("hide"), QStringLiteral("unhide"),
                                       QStringLiteral("pluginkit"), QStringLiteral("size"),
-                                      QStringLiteral("disk")};
+                                      QStringLiteral("disk"), QStringLiteral("index")};
     return words.contains(word);
 }
 
@@ -30,6 +30,8 @@ int run(const QString& command, const QStringList& args)
         return runSize(args);
     if (command == QLatin1String("disk"))
         return runDisk(args);
+    if (command == QLatin1String("index"))
+        return runIndex(args);
     if (command == QLatin1String("--version"))
         return printVersion();
     return printHelp();
@@ -52,6 +54,9 @@ int printHelp()
         "  trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] [-0]\n"
         "                [--sort name|folder|size|date|kind]\n"
         "                              find files whose name contains NEEDLE (case-insensitive)\n"
+        "  trovix search --index NEEDLE [FOLDER] [--count] [-0]\n"
+        "                              the same, answered at once by the tray program's name index\n"
+        "  trovix index                print the name index's state\n"
         "  trovix hidden [show|hide|toggle]\n"
         "                              tell or switch the file manager's display of hidden files\n"
         "  trovix hide FILE...         hide files from the file manager (its .hidden list)\n"

@@ -21,5 +21,7 @@ int runVisibility(bool visible, const QStringList& args);
 int runPluginKit(const QStringList& args);
 int runSize(const QStringList& args);
 int runDisk(const QStringList& args);
+// The tray program's name index: its state (exit 3 when there is none).
+int runIndex(const QStringList& args);
 
 } // namespace cli

@@ -11,6 +11,11 @@
 #include "util/DateExtra.h"
 #include "util/VolumeName.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
+#include <QDBusUnixFileDescriptor>
+#include <QDBusReply>
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
@@ -19,6 +24,7 @@
 #include <QUrl>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,6 +46,7 @@ namespace {
 constexpr int kExitFound = 0;
 constexpr int kExitNothing = 1;
 constexpr int kExitError = 2;
+constexpr int kExitNoIndex = 3;
 constexpr int kExitInterrupted = 130; // the shell's convention for Ctrl-C
 constexpr int kProgressMillis = 100;
 
@@ -64,13 +71,15 @@ struct Options
     bool nulSeparated = false;
     bool verbose = false;
     std::optional<SearchSortKey> sortKey;
+    bool fromIndex = false; // ask the tray program's name index instead of walking
 };
 
 int usageError(const QString& message)
 {
     std::fprintf(stderr, "trovix search: %s\n", message.toLocal8Bit().constData());
     std::fprintf(stderr, "Usage: trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] "
-                         "[--sort name|folder|size|date|kind] [-0] [--verbose]\n");
+                         "[--sort name|folder|size|date|kind] [-0] [--verbose] [--index]
+");
     return kExitError;
 }
 
@@ -110,6 +119,8 @@ int parse(const QStringList& args, Options& options)
             options.countOnly = true;
         } else if (arg == QLatin1String("-0") || arg == QLatin1String("--print0")) {
             options.nulSeparated = true;
+        } else if (arg == QLatin1String("--index")) {
+            options.fromIndex = true;
         } else if (arg == QLatin1String("--verbose") || arg == QLatin1String("-v")) {
             options.verbose = true;
         } else if (arg == QLatin1String("--filter") || arg.startsWith(QLatin1String("--filter="))) {
@@ -429,6 +440,70 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
                   manager.foldersSkipped());
 }
 
+// The tray program's index answers at once, through a pipe (no message size limit); its paths are
+// printed as the walk prints them.
+int searchIndex(const QByteArray& root, const QByteArray& needle, const Options& options)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    int ends[2] = {-1, -1};
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        std::fprintf(stderr, "trovix search: %s\n", std::strerror(errno));
+        return kExitError;
+    }
+    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
+                                                       QStringLiteral("com.quorbel.trovix.Index"),
+                                                       QStringLiteral("QueryToFd"));
+    call << needle << root << 0 << QVariant::fromValue(QDBusUnixFileDescriptor(ends[1]));
+    ::close(ends[1]);
+    QDBusPendingCall pending = bus.isConnected() ? bus.asyncCall(call, 60000) : QDBusPendingCall::fromError(QDBusError());
+    // The call keeps a copy of the write end, so no end of file comes: the program writes every path
+    // before it replies, so once the reply is in, what the pipe holds is the rest.
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    const char terminator = options.nulSeparated ? '\0' : '\n';
+    long found = 0;
+    std::vector<char> buffer(256 * 1024);
+    const auto drain = [&] {
+        for (;;) {
+            const ssize_t got = ::read(ends[0], buffer.data(), buffer.size());
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                return;
+            for (ssize_t i = 0; i < got; ++i) {
+                if (buffer[static_cast<size_t>(i)] == '\0') {
+                    ++found;
+                    buffer[static_cast<size_t>(i)] = terminator;
+                }
+            }
+            if (!options.countOnly)
+                writeAll(buffer.data(), static_cast<size_t>(got));
+        }
+    };
+    while (!pending.isFinished()) {
+        pollfd readable{ends[0], POLLIN, 0};
+        ::poll(&readable, 1, 20);
+        drain();
+    }
+    drain();
+    ::close(ends[0]);
+    pending.waitForFinished();
+    const QDBusReply<qlonglong> reply = pending.reply();
+    if (!reply.isValid()) {
+        const QDBusError error = reply.error();
+        QString why;
+        if (!bus.isConnected())
+            why = QStringLiteral("no session bus");
+        else if (error.type() == QDBusError::ServiceUnknown || error.type() == QDBusError::UnknownObject)
+            why = QStringLiteral("the tray program is not running");
+        else
+            why = error.message();
+        std::fprintf(stderr, "trovix search: no index available: %s; search without --index to walk the disk\n",
+                     why.toLocal8Bit().constData());
+        return kExitNoIndex;
+    }
+    return finish(found, found, options, 0);
+}
+
 } // namespace
 
 int runSearch(const QStringList& args)
@@ -467,6 +542,12 @@ int runSearch(const QStringList& args)
         return kExitError;
     }
 
+    if (options.fromIndex) {
+        if (options.longFormat || options.filter != SearchItemClass::All || options.sortKey)
+            return usageError(QStringLiteral("--index prints paths only; --long, --filter and --sort need the walk"));
+        gWriteError = 0;
+        return searchIndex(rootBytes, needle, options);
+    }
     if (options.verbose)
         walkerSetVerbose(true);
     // Progress would mix with the paths on a terminal; it is shown when the results go elsewhere.
