@@ -14,6 +14,8 @@
 namespace {
 
 const QString kBundleFolder = QStringLiteral(":/scripts");
+// What the three scripts share; installed beside them.
+const QString kLibrary = QStringLiteral("FileOperations.sh");
 
 bool isPlain(char c)
 {
@@ -110,17 +112,23 @@ bool FinderCommunicator::checkRemoveFilesScript()
 bool FinderCommunicator::checkScript(Script& script)
 {
     // Looked at each time: the user may have deleted the installed copy since.
-    if (!script.installedPath.isEmpty() && QFileInfo::exists(script.installedPath))
+    if (!script.installedPath.isEmpty() && QFileInfo::exists(script.installedPath) && checkInstalled(kLibrary))
         return true;
     script.installedPath.clear();
+    const QString fileName = QString::fromLatin1(script.name) + QStringLiteral(".sh");
+    if (!checkInstalled(fileName) || !checkInstalled(kLibrary))
+        return false;
+    script.installedPath = m_scriptsFolder + QLatin1Char('/') + fileName;
+    return true;
+}
+
+bool FinderCommunicator::checkInstalled(const QString& fileName)
+{
     if (m_scriptsFolder.isEmpty() || !QDir().mkpath(m_scriptsFolder))
         return false;
-    const QString fileName = QString::fromLatin1(script.name) + QStringLiteral(".sh");
     const QString target = m_scriptsFolder + QLatin1Char('/') + fileName;
-    if (QFileInfo::exists(target)) {
-        script.installedPath = target;
+    if (QFileInfo::exists(target))
         return true;
-    }
     if (!m_isUserFolderAccessible || !m_isUserFolderAccessible())
         return false;
     QFile source(kBundleFolder + QLatin1Char('/') + fileName);
@@ -131,7 +139,6 @@ bool FinderCommunicator::checkScript(Script& script)
         qWarning("trovix: could not install %s: %s", qPrintable(target), qPrintable(copy.errorString()));
         return false;
     }
-    script.installedPath = target;
     return true;
 }
 

@@ -64,6 +64,8 @@ private:
         QString installedPath;
     };
     bool checkScript(Script& script);
+    // Installs a shipped file into the Scripts folder unless it is there already.
+    bool checkInstalled(const QString& fileName);
     bool run(Script& script, const QList<QByteArray>& paths, int firstItem, Completion completion);
 
     QString m_scriptsFolder;

@@ -214,6 +214,15 @@ private slots:
         QVERIFY(QFileInfo::exists(m_communicator->copyFilesScriptURL()));
         QCOMPARE(readFile(path("to/one")), QByteArray("1"));
 
+        // The helpers the three scripts share are installed again too.
+        const QString library = m_dir->path() + QStringLiteral("/Scripts/FileOperations.sh");
+        QVERIFY(QFile::remove(library));
+        QVERIFY(writeFile(path("two"), "2"));
+        const FileOperationResult second = run(&FinderCommunicator::doMoveFiles, {path("to"), path("two")});
+        QVERIFY2(second.success, qPrintable(second.error));
+        QVERIFY(QFileInfo::exists(library));
+        QCOMPARE(readFile(path("to/two")), QByteArray("2"));
+
         // A copy the user changed is theirs: it is not replaced.
         QVERIFY(writeFile(QFile::encodeName(m_communicator->moveFilesScriptURL()), "exit 3\n"));
         QVERIFY(m_communicator->checkMoveFilesScript());
