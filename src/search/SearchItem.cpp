@@ -39,13 +39,18 @@ SearchFolderPtr SearchFolder::make(SearchFolderPtr parent, std::string_view name
     return SearchFolderPtr(record);
 }
 
-QByteArray SearchFolder::path() const
+QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) const
 {
-    qsizetype length = 0;
+    const qsizetype tail = static_cast<qsizetype>(name.size()) + (withSlash ? 1 : 0);
+    qsizetype length = tail;
     for (const SearchFolder* f = this; f; f = f->parent())
         length += static_cast<qsizetype>(f->m_nameLength) + (f->parent() ? 1 : 0);
     QByteArray out(length, Qt::Uninitialized);
-    char* end = out.data() + length;
+    char* end = out.data() + length - tail;
+    if (withSlash)
+        end[0] = '/';
+    if (!name.empty())
+        std::memcpy(end + (withSlash ? 1 : 0), name.data(), name.size());
     for (const SearchFolder* f = this; f; f = f->parent()) {
         end -= f->m_nameLength;
         if (f->m_nameLength > 0)
@@ -54,6 +59,12 @@ QByteArray SearchFolder::path() const
             *--end = '/';
     }
     return out;
+}
+
+QByteArray SearchFolder::pathJoinedWith(const QByteArray& name) const
+{
+    return SearchPaths::collapseSlashes(
+        pathFollowedBy(std::string_view(name.constData(), static_cast<size_t>(name.size())), true));
 }
 
 namespace SearchPaths {
@@ -192,7 +203,7 @@ QString SearchItem::fullFileNameWithPath() const
 
 QByteArray SearchItem::nativeFullPath() const
 {
-    return SearchPaths::join(rawFilePath(), rawFileName);
+    return m_folder ? m_folder->pathJoinedWith(rawFileName) : SearchPaths::join({}, rawFileName);
 }
 
 QString SearchItem::enclosingFolderName() const

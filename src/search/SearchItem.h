@@ -70,7 +70,9 @@ public:
     SearchFolder(const SearchFolder&) = delete;
     SearchFolder& operator=(const SearchFolder&) = delete;
 
-    QByteArray path() const;
+    QByteArray path() const { return pathFollowedBy({}, false); }
+    // The path, "/" and name in one allocation, with runs of slashes made single (see SearchPaths::join).
+    QByteArray pathJoinedWith(const QByteArray& name) const;
     std::string_view name() const { return {reinterpret_cast<const char*>(this + 1), m_nameLength}; }
     const SearchFolder* parent() const { return m_parent.get(); }
 
@@ -87,6 +89,7 @@ private:
     {
     }
     ~SearchFolder() = default;
+    QByteArray pathFollowedBy(std::string_view name, bool withSlash) const;
 
     mutable std::atomic<quint32> m_refs{1};
     quint32 m_nameLength;

@@ -24,6 +24,9 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("path");
         QTest::addColumn<QString>("enclosing");
         QTest::newRow("top alone") << QByteArray("/home/u") << QByteArrayList{} << QByteArray("/home/u") << "u";
+        QTest::newRow("root alone") << QByteArray("/") << QByteArrayList{} << QByteArray("/") << "/";
+        QTest::newRow("top with a trailing slash")
+            << QByteArray("/t/") << QByteArrayList{"a"} << QByteArray("/t//a") << "a";
         QTest::newRow("walk of the root")
             << QByteArray("/") << QByteArrayList{"usr", "lib"} << QByteArray("//usr/lib") << "lib";
         QTest::newRow("odd bytes") << QByteArray("/t") << QByteArrayList{"a b", "\xff\xfe", ".h"}
