@@ -8,6 +8,64 @@
 
 #include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <new>
+
+SearchFolderPtr::SearchFolderPtr(const SearchFolderPtr& other)
+    : m_record(other.m_record)
+{
+    if (m_record)
+        m_record->m_refs.fetch_add(1, std::memory_order_relaxed);
+}
+
+SearchFolderPtr::~SearchFolderPtr()
+{
+    // Up the chain without recursion: the last item of a deep folder may free every record above it.
+    const SearchFolder* record = m_record;
+    while (record && record->m_refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        auto* doomed = const_cast<SearchFolder*>(record);
+        record = std::exchange(doomed->m_parent.m_record, nullptr);
+        doomed->~SearchFolder();
+        ::operator delete(doomed);
+    }
+}
+
+SearchFolderPtr SearchFolder::make(SearchFolderPtr parent, std::string_view name, bool inPackage, bool inHidden)
+{
+    void* block = ::operator new(sizeof(SearchFolder) + name.size());
+    auto* record = new (block) SearchFolder(std::move(parent), name.size(), inPackage, inHidden);
+    if (!name.empty())
+        std::memcpy(static_cast<char*>(block) + sizeof(SearchFolder), name.data(), name.size());
+    return SearchFolderPtr(record);
+}
+
+QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) const
+{
+    const qsizetype tail = static_cast<qsizetype>(name.size()) + (withSlash ? 1 : 0);
+    qsizetype length = tail;
+    for (const SearchFolder* f = this; f; f = f->parent())
+        length += static_cast<qsizetype>(f->m_nameLength) + (f->parent() ? 1 : 0);
+    QByteArray out(length, Qt::Uninitialized);
+    char* end = out.data() + length - tail;
+    if (withSlash)
+        end[0] = '/';
+    if (!name.empty())
+        std::memcpy(end + (withSlash ? 1 : 0), name.data(), name.size());
+    for (const SearchFolder* f = this; f; f = f->parent()) {
+        end -= f->m_nameLength;
+        if (f->m_nameLength > 0)
+            std::memcpy(end, f->name().data(), f->m_nameLength);
+        if (f->parent())
+            *--end = '/';
+    }
+    return out;
+}
+
+QByteArray SearchFolder::pathJoinedWith(const QByteArray& name) const
+{
+    return SearchPaths::collapseSlashes(
+        pathFollowedBy(std::string_view(name.constData(), static_cast<size_t>(name.size())), true));
+}
 
 namespace SearchPaths {
 
@@ -145,7 +203,7 @@ QString SearchItem::fullFileNameWithPath() const
 
 QByteArray SearchItem::nativeFullPath() const
 {
-    return SearchPaths::join(rawFilePath(), rawFileName);
+    return m_folder ? m_folder->pathJoinedWith(rawFileName) : SearchPaths::join({}, rawFileName);
 }
 
 QString SearchItem::enclosingFolderName() const

@@ -4,9 +4,12 @@
 #include <QDateTime>
 #include <QString>
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 // The classes of found items, as bits of the filter and found masks.
 namespace SearchItemClass {
@@ -16,14 +19,83 @@ constexpr uint PackageContents = 4;
 constexpr uint All = Regular | Hidden | PackageContents;
 } // namespace SearchItemClass
 
-// The facts of one folder a search found items in, shared by all of them.
-struct SearchFolder
+class SearchFolder;
+
+// Shared ownership of a SearchFolder: one pointer wide, the count lives in the record.
+class SearchFolderPtr
 {
-    QByteArray path;        // as the walker reports it (a walk of "/" gives "//usr"), raw bytes
-    bool inPackage = false; // the folder or one above it is a package
-    bool inHidden = false;  // the folder or one above it is hidden
+public:
+    SearchFolderPtr() = default;
+    SearchFolderPtr(std::nullptr_t) {}
+    SearchFolderPtr(const SearchFolderPtr& other);
+    SearchFolderPtr(SearchFolderPtr&& other) noexcept
+        : m_record(std::exchange(other.m_record, nullptr))
+    {
+    }
+    SearchFolderPtr& operator=(SearchFolderPtr other) noexcept
+    {
+        std::swap(m_record, other.m_record);
+        return *this;
+    }
+    ~SearchFolderPtr();
+
+    const SearchFolder* get() const { return m_record; }
+    const SearchFolder& operator*() const { return *m_record; }
+    const SearchFolder* operator->() const { return m_record; }
+    explicit operator bool() const { return m_record != nullptr; }
+    friend bool operator==(const SearchFolderPtr& a, const SearchFolderPtr& b) { return a.m_record == b.m_record; }
+
+private:
+    friend class SearchFolder;
+    explicit SearchFolderPtr(const SearchFolder* adopted)
+        : m_record(adopted)
+    {
+    }
+    const SearchFolder* m_record = nullptr;
 };
-using SearchFolderPtr = std::shared_ptr<const SearchFolder>;
+
+// The facts of one folder a search found items in, shared by all of them. A record keeps only its own
+// name and the record of the folder above it: found items in deep trees spread over many folders would
+// otherwise hold a long path each. The path is put together when asked for.
+class SearchFolder
+{
+public:
+    // A folder below parent (its path is parent's, "/" and name), or, without parent, a folder named by
+    // its whole path as the walker reports it (a walk of "/" gives "//usr"), raw bytes.
+    static SearchFolderPtr make(SearchFolderPtr parent, std::string_view name, bool inPackage, bool inHidden);
+    static SearchFolderPtr make(const QByteArray& path, bool inPackage = false, bool inHidden = false)
+    {
+        return make({}, std::string_view(path.constData(), static_cast<size_t>(path.size())), inPackage, inHidden);
+    }
+    SearchFolder(const SearchFolder&) = delete;
+    SearchFolder& operator=(const SearchFolder&) = delete;
+
+    QByteArray path() const { return pathFollowedBy({}, false); }
+    // The path, "/" and name in one allocation, with runs of slashes made single (see SearchPaths::join).
+    QByteArray pathJoinedWith(const QByteArray& name) const;
+    std::string_view name() const { return {reinterpret_cast<const char*>(this + 1), m_nameLength}; }
+    const SearchFolder* parent() const { return m_parent.get(); }
+
+    const bool inPackage; // the folder or one above it is a package
+    const bool inHidden;  // the folder or one above it is hidden
+
+private:
+    friend class SearchFolderPtr;
+    SearchFolder(SearchFolderPtr parent, size_t nameLength, bool package, bool hidden)
+        : inPackage(package)
+        , inHidden(hidden)
+        , m_nameLength(static_cast<quint32>(nameLength))
+        , m_parent(std::move(parent))
+    {
+    }
+    ~SearchFolder() = default;
+    QByteArray pathFollowedBy(std::string_view name, bool withSlash) const;
+
+    mutable std::atomic<quint32> m_refs{1};
+    quint32 m_nameLength;
+    SearchFolderPtr m_parent;
+    // The name's bytes follow the record in the same block.
+};
 
 // Interned MIME type names: items keep a small index instead of a string. Index 0 is the empty name
 // (an item that could not be read).
@@ -50,9 +122,9 @@ public:
 
     qint64 itemID = 0;
     QByteArray rawFileName;
-    qint64 fileSize = 0;              // -1 for a plain folder; a package's contents sum once counted
-    qint64 modifiedMSecs = kNoDate;   // modification time, ms since the epoch
-    quint16 typeIndex = 0;            // into SearchTypes
+    qint64 fileSize = 0;            // -1 for a plain folder; a package's contents sum once counted
+    qint64 modifiedMSecs = kNoDate; // modification time, ms since the epoch
+    quint16 typeIndex = 0;          // into SearchTypes
     bool fileHidden = false;
     bool fileInHiddenFolder = false;
     bool filePackage = false;
@@ -61,7 +133,7 @@ public:
     // Names that are not UTF-8 are shown with replacement characters.
     QString fileName() const { return QString::fromUtf8(rawFileName); }
     QString filePath() const { return QString::fromUtf8(rawFilePath()); }
-    QByteArray rawFilePath() const { return m_folder ? m_folder->path : QByteArray(); }
+    QByteArray rawFilePath() const { return m_folder ? m_folder->path() : QByteArray(); }
     const SearchFolderPtr& folder() const { return m_folder; }
     // MIME type name; "inode/directory" for a folder; empty when unreadable.
     QString fileType() const { return SearchTypes::name(typeIndex); }

@@ -58,7 +58,8 @@ QSet<QByteArray> readHiddenList(int dirFd, const char* name)
     QByteArray content(static_cast<qsizetype>(info.st_size) + 1, Qt::Uninitialized);
     qsizetype have = 0;
     ssize_t got;
-    while (have < content.size() && (got = read(fd, content.data() + have, static_cast<size_t>(content.size() - have))) > 0)
+    while (have < content.size() &&
+           (got = read(fd, content.data() + have, static_cast<size_t>(content.size() - have))) > 0)
         have += got;
     close(fd);
     content.truncate(std::min<qsizetype>(have, kHiddenListMax));
@@ -199,8 +200,8 @@ public:
         const FolderFacts* facts = factsOf(folder.node, folder.fd);
         for (QByteArray& name : t_found) {
             const char* statName = name.constData();
-            t_batch.emplace_back(m_generation, m_manager->classify(folder.fd, statName, std::move(name),
-                                                                   facts->folder, facts->hiddenNames));
+            t_batch.emplace_back(m_generation, m_manager->classify(folder.fd, statName, std::move(name), facts->folder,
+                                                                   facts->hiddenNames));
         }
         t_found.clear();
         if (t_batch.size() >= kBatchSize)
@@ -232,24 +233,23 @@ private:
         for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
             WalkerNode* n = *it;
             auto* made = new FolderFacts;
-            auto folder = std::make_shared<SearchFolder>();
-            folder->path = QByteArray(n->path.data(), static_cast<qsizetype>(n->path.size()));
             if (!above) {
                 // The searched folder: what lies above it is looked up once per search.
-                const QByteArray probe = SearchPaths::join(folder->path, "x");
-                folder->inPackage = isFilePackagedAtPath(probe);
-                folder->inHidden = m_manager->isFileInHiddenFolderAtPath(probe);
+                const QByteArray probe = SearchPaths::join(QByteArray::fromStdString(n->path), "x");
+                made->folder = SearchFolder::make({}, n->path, isFilePackagedAtPath(probe),
+                                                  m_manager->isFileInHiddenFolderAtPath(probe));
             } else {
                 const std::string_view name = n->name();
-                folder->inPackage = above->folder->inPackage || hasBundleExtension(name);
-                folder->inHidden = above->folder->inHidden || name.starts_with('.') ||
-                                   above->hiddenNames.contains(QByteArray::fromRawData(
-                                       name.data(), static_cast<qsizetype>(name.size())));
+                const SearchFolder& up = *above->folder;
+                const bool hidden = up.inHidden || name.starts_with('.') ||
+                                    above->hiddenNames.contains(
+                                        QByteArray::fromRawData(name.data(), static_cast<qsizetype>(name.size())));
+                made->folder =
+                    SearchFolder::make(above->folder, name, up.inPackage || hasBundleExtension(name), hidden);
             }
             if (n->listsDotHidden)
                 made->hiddenNames = n == node && fd >= 0 ? readHiddenList(fd, ".hidden")
                                                          : readHiddenList(AT_FDCWD, (n->path + "/.hidden").c_str());
-            made->folder = std::move(folder);
             void* expected = nullptr;
             if (!n->delegateData.compare_exchange_strong(expected, made, std::memory_order_acq_rel)) {
                 delete made; // another walker was first
@@ -395,8 +395,7 @@ void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray&
     auto control = std::make_shared<WalkerControl>();
     m_control = control;
     m_searching = true;
-    m_scanPool.start([this, generation, control, lowerTemplate, folder,
-                      completion = std::move(completion)] {
+    m_scanPool.start([this, generation, control, lowerTemplate, folder, completion = std::move(completion)] {
         ScanSink sink(this, generation);
         WalkerOptions options = walkerOptions(folder, lowerTemplate, &sink);
         options.control = control;
@@ -422,12 +421,10 @@ void SearchManager::fileFoundObjCWithFile(std::string_view name, std::string_vie
 
 SearchItemPtr SearchManager::makeItem(std::string_view name, std::string_view path)
 {
-    auto folder = std::make_shared<SearchFolder>();
-    folder->path = QByteArray(path.data(), static_cast<qsizetype>(path.size()));
     const QByteArray rawName(name.data(), static_cast<qsizetype>(name.size()));
-    const QByteArray full = SearchPaths::join(folder->path, rawName);
-    folder->inPackage = isFilePackagedAtPath(full);
-    folder->inHidden = isFileInHiddenFolderAtPath(full);
+    const QByteArray full =
+        SearchPaths::join(QByteArray::fromRawData(path.data(), static_cast<qsizetype>(path.size())), rawName);
+    SearchFolderPtr folder = SearchFolder::make({}, path, isFilePackagedAtPath(full), isFileInHiddenFolderAtPath(full));
     const QSet<QByteArray> hidden = hiddenNamesIn(SearchPaths::parentOf(full));
     return classify(AT_FDCWD, full.constData(), rawName, std::move(folder), hidden);
 }
@@ -442,10 +439,9 @@ quint16 SearchManager::typeFromName(std::string_view name)
             return it->second;
     }
     static const QMimeDatabase db;
-    const QString type =
-        db.mimeTypeForFile(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())),
-                           QMimeDatabase::MatchExtension)
-            .name();
+    const QString type = db.mimeTypeForFile(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())),
+                                            QMimeDatabase::MatchExtension)
+                             .name();
     const quint16 index = SearchTypes::intern(type);
     std::unique_lock lock(cache.mutex);
     const bool whole = key.size() == name.size();
@@ -510,9 +506,8 @@ SearchItemPtr SearchManager::classify(int dirFd, const char* statName, QByteArra
     }
     item->fileHidden =
         !where.inPackage &&
-        (name.starts_with('.') ||
-         (!hiddenNames.isEmpty() &&
-          hiddenNames.contains(QByteArray::fromRawData(name.data(), static_cast<qsizetype>(name.size())))));
+        (name.starts_with('.') || (!hiddenNames.isEmpty() && hiddenNames.contains(QByteArray::fromRawData(
+                                                                 name.data(), static_cast<qsizetype>(name.size())))));
     item->fileInHiddenFolder = where.inHidden;
     return item;
 }
@@ -651,8 +646,8 @@ bool SearchManager::hasBundleExtension(const QByteArray& name)
 
 bool SearchManager::hasBundleExtension(std::string_view name)
 {
-    static constexpr std::string_view extensions[] = {"app",  "bundle", "framework",     "plugin", "kext", "xpc",
-                                                      "appex", "photoslibrary", "rtfd", "pkg",    "appdir"};
+    static constexpr std::string_view extensions[] = {"app",   "bundle",        "framework", "plugin", "kext",  "xpc",
+                                                      "appex", "photoslibrary", "rtfd",      "pkg",    "appdir"};
     const size_t dot = name.rfind('.');
     if (dot == std::string_view::npos || dot == 0 || dot == name.size() - 1)
         return false;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace SearchResultSort {
@@ -240,23 +241,23 @@ void sortByName(QList<SearchItemPtr>& items, bool ascending)
 void sortByFolder(QList<SearchItemPtr>& items, bool ascending)
 {
     QHash<const SearchFolder*, quint32> ranks;
-    std::vector<const SearchItem*> firsts; // one item per record, to read the path through
+    // One entry per record, its path put together once.
+    std::vector<std::pair<QByteArray, const SearchFolder*>> firsts;
     for (const SearchItemPtr& item : std::as_const(items)) {
         const SearchFolder* record = item->folder().get();
         if (!ranks.contains(record)) {
             ranks.insert(record, 0);
-            firsts.push_back(item.get());
+            firsts.emplace_back(item->rawFilePath(), record);
         }
     }
-    std::sort(firsts.begin(), firsts.end(), [](const SearchItem* x, const SearchItem* y) {
-        return compareText(x->rawFilePath(), y->rawFilePath()) < 0;
-    });
+    std::sort(firsts.begin(), firsts.end(),
+              [](const auto& x, const auto& y) { return compareText(x.first, y.first) < 0; });
     quint32 rank = 0;
     for (size_t i = 0; i < firsts.size(); ++i) {
         // Two records of the same text rank alike.
-        if (i > 0 && compareText(firsts[i - 1]->rawFilePath(), firsts[i]->rawFilePath()) != 0)
+        if (i > 0 && compareText(firsts[i - 1].first, firsts[i].first) != 0)
             ++rank;
-        ranks[firsts[i]->folder().get()] = rank;
+        ranks[firsts[i].second] = rank;
     }
     sortByNumber(items, ascending, [&ranks](const SearchItem& i) { return quint64(ranks.value(i.folder().get())); });
 }

@@ -7,6 +7,7 @@
 #include <QtTest>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -112,9 +113,8 @@ private Q_SLOTS:
         QTest::newRow("listed in .hidden")
             << QByteArray("listed-match") << QByteArrayList{"hidden"} << 2u << 2u << "application/octet-stream";
         // Counts as regular in the found mask, yet is filtered as hidden.
-        QTest::newRow("visible file in a dot-folder")
-            << QByteArray("visible-match") << QByteArrayList{"inHiddenFolder"} << 1u << 2u
-            << "application/octet-stream";
+        QTest::newRow("visible file in a dot-folder") << QByteArray("visible-match") << QByteArrayList{"inHiddenFolder"}
+                                                      << 1u << 2u << "application/octet-stream";
         // Package contents are never hidden, whatever their name.
         QTest::newRow("dot-file inside a bundle")
             << QByteArray(".match-inside") << QByteArrayList{"inPackage"} << 4u << 4u << "application/octet-stream";
@@ -309,7 +309,8 @@ private Q_SLOTS:
                      QStringLiteral("application/octet-stream"));
             QCOMPARE(accessTime(tree.path(name)), time_t(946684800));
         }
-        QCOMPARE(itemNamed(manager.getSearchResultArray(), "named-probe.txt")->fileType(), QStringLiteral("text/plain"));
+        QCOMPARE(itemNamed(manager.getSearchResultArray(), "named-probe.txt")->fileType(),
+                 QStringLiteral("text/plain"));
         QCOMPARE(itemNamed(manager.getSearchResultArray(), "locked-probe")->fileSize, 7);
     }
 
@@ -439,9 +440,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, parent);
         QFETCH(QByteArray, name);
         QFETCH(QByteArray, full);
-        auto folder = std::make_shared<SearchFolder>();
-        folder->path = parent;
-        const SearchItem item(name, folder);
+        const SearchItem item(name, SearchFolder::make(parent));
         QCOMPARE(item.nativeFullPath(), full);
         QCOMPARE(item.fullFileNameWithPath(), QString::fromUtf8(full));
         QTEST(item.enclosingFolderName(), "enclosing");
@@ -461,6 +460,41 @@ private Q_SLOTS:
         QVERIFY(SearchManager::isFilePackagedAtPath("/a/B.APP/c/file"));
         QVERIFY(!SearchManager::isFilePackagedAtPath("/a/app/file"));
         QVERIFY(SearchManager::isFileInAddressBook(QStringLiteral("/h/Library/Application Support/AddressBook/x")));
+    }
+
+    // What a finished search keeps per result, as the C library counts the bytes in use: items spread
+    // over many deep folders with long names must not each carry their folder's whole path.
+    void heldBytesPerResultDoNotGrowWithPathLength()
+    {
+        const auto bytesInUse = [] {
+            const struct mallinfo2 info = mallinfo2();
+            return qint64(info.uordblks + info.hblkhd);
+        };
+        SearchTreeFixture tree;
+        const QByteArray longName(80, 'n');
+        int made = 0;
+        for (int a = 0; a < 16; ++a)
+            for (int b = 0; b < 8; ++b)
+                for (int c = 0; c < 8; ++c)
+                    tree.file(QByteArray::number(a) + longName + '/' + QByteArray::number(b) + longName + '/' +
+                              QByteArray::number(c) + longName + "/hit-" + QByteArray::number(made++) + ".txt");
+        SearchManager manager(m_center);
+        manager.setFilterMask(SearchItemClass::All);
+        search(manager, QStringLiteral("hit-"), tree.root()); // the type database and the pools start once
+        search(manager, QStringLiteral("no such name"), tree.root());
+        QCOMPARE(manager.getSearchResultArray().size(), 0);
+        const qint64 before = bytesInUse();
+        search(manager, QStringLiteral("hit-"), tree.root());
+        const qint64 after = bytesInUse();
+        QCOMPARE(manager.getSearchResultArray().size(), made);
+        QCOMPARE(manager.getFilteredSearchResultArray().size(), made);
+        if (after <= before)
+            QSKIP("the C library's allocator is not the one in use (sanitizer build)");
+        const qint64 perResult = (after - before) / made;
+        qInfo("%lld bytes held per result, paths of %lld bytes", perResult,
+              qint64(manager.getSearchResultArray().first()->rawFilePath().size()));
+        // Item and its control block, name, two list slots with growth room, and the folder's own name.
+        QVERIFY2(perResult <= 400, QByteArray::number(perResult).constData());
     }
 };
 

@@ -6,7 +6,7 @@ namespace {
 
 SearchItemPtr item(const QByteArray& name, const QByteArray& path, qint64 size, qint64 msecs, const QString& type)
 {
-    auto i = std::make_shared<SearchItem>(name, std::make_shared<const SearchFolder>(SearchFolder{path, false, false}));
+    auto i = std::make_shared<SearchItem>(name, SearchFolder::make(path));
     i->fileSize = size;
     i->modifiedMSecs = msecs;
     i->typeIndex = SearchTypes::intern(type);

@@ -9,7 +9,7 @@ namespace {
 
 SearchFolderPtr folder(const QByteArray& path)
 {
-    return std::make_shared<const SearchFolder>(SearchFolder{path, false, false});
+    return SearchFolder::make(path);
 }
 
 SearchItemPtr item(const QByteArray& name, const QByteArray& path = "/f", qint64 size = 0, qint64 msecs = 0)
@@ -255,7 +255,7 @@ private slots:
         QList<SearchFolderPtr> folders;
         for (int i = 0; i < 300; ++i)
             folders.append(folder("/r/" + make()));
-        folders.append(folder(folders.first()->path)); // another record with the same text
+        folders.append(folder(folders.first()->path())); // another record with the same text
         QList<SearchItemPtr> items;
         for (int i = 0; i < 6000; ++i)
             items.append(std::make_shared<SearchItem>(make(), folders.at(int(random() % folders.size()))));
