@@ -53,8 +53,7 @@ void TestSearchResultScale::manyRowsAreInsertedSortedFilteredAndRemoved()
     QList<SearchItemPtr>& filtered = f.manager.getFilteredSearchResultArray();
     std::vector<SearchFolderPtr> folders;
     for (int i = 0; i < 1000; ++i)
-        folders.push_back(
-            std::make_shared<SearchFolder>(SearchFolder{"/data/folder" + QByteArray::number(i), false, i % 10 == 0}));
+        folders.push_back(SearchFolder::make("/data/folder" + QByteArray::number(i), false, i % 10 == 0));
     w.searchStarted();
     all.reserve(count);
     filtered.reserve(count);

@@ -95,8 +95,7 @@ void TestSearchResultWC::runningSearchShowsRowsOnTheTimerAndEndsWithTitleAndCoun
     // During a search, items appended to the list wait for the row timer.
     w.searchStarted();
     QCOMPARE(w.rowsAdded(), 5);
-    auto extra =
-        std::make_shared<SearchItem>("quasar-late", std::make_shared<SearchFolder>(SearchFolder{m_tree->root()}));
+    auto extra = std::make_shared<SearchItem>("quasar-late", SearchFolder::make(m_tree->root()));
     m_w->manager.getSearchResultArray().append(extra);
     m_w->manager.getFilteredSearchResultArray().append(extra);
     QCOMPARE(w.model()->rowCount(), 5);
@@ -369,7 +368,7 @@ void TestSearchResultWC::nameSortIsCaseSensitiveAndFlipsPerClick()
 void TestSearchResultWC::cellsShowTheirTextsAndDimHiddenTrashAndPackageItems()
 {
     SearchResultWC& w = *m_w->window;
-    auto rootFolder = std::make_shared<SearchFolder>(SearchFolder{"//usr/share", false, false});
+    auto rootFolder = SearchFolder::make("//usr/share", false, false);
     auto make = [&](QByteArray name, qint64 size, const char* type) {
         auto item = std::make_shared<SearchItem>(std::move(name), rootFolder);
         item->fileSize = size;
@@ -383,10 +382,9 @@ void TestSearchResultWC::cellsShowTheirTextsAndDimHiddenTrashAndPackageItems()
     items << make("folder", -1, "inode/directory");
     items << make(".hidden", 0, "text/plain");
     items.last()->fileHidden = true;
-    auto trash = std::make_shared<SearchFolder>(
-        SearchFolder{QFile::encodeName(QDir::homePath()) + "/.local/share/Trash/files", false, false});
+    auto trash = SearchFolder::make(QFile::encodeName(QDir::homePath()) + "/.local/share/Trash/files", false, false);
     items << std::make_shared<SearchItem>("trashed", trash);
-    auto package = std::make_shared<SearchFolder>(SearchFolder{"/opt/X.app/Contents", true, false});
+    auto package = SearchFolder::make("/opt/X.app/Contents", true, false);
     items << std::make_shared<SearchItem>("inner", package);
     items.last()->fileInPackage = true;
     items << make("unreadable", 0, "");
