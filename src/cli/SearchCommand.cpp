@@ -78,8 +78,7 @@ int usageError(const QString& message)
 {
     std::fprintf(stderr, "trovix search: %s\n", message.toLocal8Bit().constData());
     std::fprintf(stderr, "Usage: trovix search NEEDLE [FOLDER] [--filter regular,hidden,package] [--long] [--count] "
-                         "[--sort name|folder|size|date|kind] [-0] [--verbose] [--index]
-");
+                         "[--sort name|folder|size|date|kind] [-0] [--verbose] [--index]\n");
     return kExitError;
 }
 
