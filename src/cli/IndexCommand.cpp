@@ -48,12 +48,12 @@ int runIndex(const QStringList& args)
         std::printf("watches: %lld, folders swept instead: %lld\n", static_cast<long long>(number("watches")),
                     static_cast<long long>(number("unwatchedFolders")));
         const qint64 lastSweep = number("lastSweep");
-        std::printf("last sweep: %s, %lld ms (%lld sweeps, %lld event overflows)\n",
+        std::printf("last sweep: %s, %lld ms, %lld folders read again (%lld sweeps, %lld event overflows)\n",
                     lastSweep > 0
                         ? QDateTime::fromMSecsSinceEpoch(lastSweep).toString(Qt::ISODateWithMs).toUtf8().constData()
                         : "none",
-                    static_cast<long long>(number("sweepMsecs")), static_cast<long long>(number("sweeps")),
-                    static_cast<long long>(number("overflows")));
+                    static_cast<long long>(number("sweepMsecs")), static_cast<long long>(number("sweepRereads")),
+                    static_cast<long long>(number("sweeps")), static_cast<long long>(number("overflows")));
         std::printf("build: %lld ms\n", static_cast<long long>(number("buildMsecs")));
         if (const qint64 query = number("lastQueryMicros"); query >= 0)
             std::printf("last query: %.1f ms\n", double(query) / 1000.0);

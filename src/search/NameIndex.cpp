@@ -342,6 +342,23 @@ bool NameIndex::isFolder(Id id) const
     return id < m_entries.size() && (m_entries[id].flags & (Folder | Removed)) == Folder;
 }
 
+NameIndex::Id NameIndex::parent(Id id) const
+{
+    std::shared_lock lock(m_mutex);
+    if (id == kRoot || id >= m_entries.size() || (m_entries[id].flags & Removed))
+        return kNone;
+    return m_entries[id].parent;
+}
+
+bool NameIndex::nameInto(Id id, std::string& name) const
+{
+    std::shared_lock lock(m_mutex);
+    if (id == kRoot || id >= m_entries.size() || (m_entries[id].flags & Removed))
+        return false;
+    name.assign(nameOf(m_entries[id]));
+    return true;
+}
+
 bool NameIndex::isAlive(Id id) const
 {
     std::shared_lock lock(m_mutex);

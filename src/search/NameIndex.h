@@ -88,6 +88,10 @@ public:
     // The entry for a full path (no trailing slash); kNone when not indexed.
     Id find(std::string_view path) const;
     bool isFolder(Id id) const;
+    // The entry's parent (kNone for the root, a removed or unknown entry).
+    Id parent(Id id) const;
+    // Copies the entry's name into name, reusing its room; false for the root, a removed or unknown entry.
+    bool nameInto(Id id, std::string& name) const;
     bool isAlive(Id id) const;
     // Releases spare capacity (after the build).
     void compact();

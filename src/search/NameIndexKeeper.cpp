@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -296,6 +297,8 @@ NameIndexKeeper::State NameIndexKeeper::state() const
     s.problem = m_problem;
     s.lastSweepMsecs = m_lastSweep;
     s.lastSweepDurationMsecs = m_lastSweepDuration;
+    s.lastSweepFolders = m_lastSweepFolders;
+    s.lastSweepRereads = m_lastSweepRereads;
     s.sweeps = m_sweepsDone.load();
     s.overflows = m_overflows;
     s.buildMsecs = m_buildMsecs;
@@ -483,32 +486,79 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
     }
 }
 
+// One statx per folder, relative to its parent opened once for all its swept children (siblings come
+// together once sorted by parent), so a quiet folder costs no path rebuilt and no allocation.
 void NameIndexKeeper::sweep(bool all)
 {
     const auto started = std::chrono::steady_clock::now();
-    std::vector<std::pair<NameIndex::Id, int64_t>> folders;
+    struct Swept
+    {
+        NameIndex::Id parent;
+        NameIndex::Id id;
+        int64_t ctime;
+    };
+    std::vector<Swept> folders;
     {
         std::lock_guard lock(m_folderMutex);
-        folders.reserve(all ? m_folders.size() : 64);
+        folders.reserve(all ? m_folders.size()
+                            : m_folders.size() - std::min<size_t>(m_byWatch.size(), m_folders.size()));
         for (const auto& [id, record] : m_folders) {
             if (all || record.wd < 0)
-                folders.emplace_back(id, record.ctime);
+                folders.push_back({NameIndex::kNone, id, record.ctime});
         }
     }
-    for (const auto& [id, ctime] : folders) {
+    for (Swept& folder : folders)
+        folder.parent = m_index->parent(folder.id);
+    std::sort(folders.begin(), folders.end(),
+              [](const Swept& a, const Swept& b) { return a.parent != b.parent ? a.parent < b.parent : a.id < b.id; });
+
+    std::vector<NameIndex::Id> changed;
+    std::string name;
+    NameIndex::Id openParent = NameIndex::kNone;
+    int parentFd = -1;
+    for (const Swept& folder : folders) {
         if (m_stop)
-            return;
-        const std::string path = m_index->path(id);
-        if (path.empty())
-            continue; // removed meanwhile
-        if (folderCtime(AT_FDCWD, path.c_str(), 0) != ctime || ctime < 0)
-            reconcile(id);
+            break;
+        int64_t ctime = -1;
+        if (folder.parent == NameIndex::kNone) {
+            // The root, or removed since the list was made (then path is empty and it is skipped).
+            const std::string path = m_index->path(folder.id);
+            if (path.empty())
+                continue;
+            ctime = folderCtime(AT_FDCWD, path.c_str(), 0);
+        } else {
+            if (folder.parent != openParent) {
+                if (parentFd >= 0)
+                    ::close(parentFd);
+                openParent = folder.parent;
+                const std::string parentPath = m_index->path(folder.parent);
+                parentFd = parentPath.empty() ? -1 : ::open(parentPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+            }
+            if (!m_index->nameInto(folder.id, name))
+                continue; // removed meanwhile
+            // A parent that cannot be opened (gone, moved): its own turn, or its parent's, repairs it.
+            ctime = parentFd >= 0 ? folderCtime(parentFd, name.c_str(), 0) : -1;
+        }
+        if (ctime != folder.ctime || ctime < 0)
+            changed.push_back(folder.id);
+    }
+    if (parentFd >= 0)
+        ::close(parentFd);
+    // After the pass: reading a folder may remove others from the index and reuse their numbers.
+    qint64 reread = 0;
+    for (const NameIndex::Id id : changed) {
+        if (m_stop)
+            break;
+        reconcile(id);
+        ++reread;
     }
     {
         std::lock_guard lock(m_stateMutex);
         m_lastSweep = QDateTime::currentMSecsSinceEpoch();
         m_lastSweepDuration =
             std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
+        m_lastSweepFolders = static_cast<qint64>(folders.size());
+        m_lastSweepRereads = reread;
         ++m_sweepsDone;
     }
     m_stateChanged.notify_all();
@@ -650,8 +700,12 @@ void NameIndexKeeper::run()
             sweep(true);
             nextSweep = std::chrono::steady_clock::now() + m_options.sweepInterval;
         } else if (m_sweepRequests.exchange(0) > 0 || std::chrono::steady_clock::now() >= nextSweep) {
+            // Sweeps start an interval apart, so a folder is looked at again after about one interval
+            // however long a sweep takes; a slow one still leaves the thread some rest.
+            const auto sweepStarted = std::chrono::steady_clock::now();
             sweep(false);
-            nextSweep = std::chrono::steady_clock::now() + m_options.sweepInterval;
+            nextSweep = std::max(sweepStarted + m_options.sweepInterval,
+                                 std::chrono::steady_clock::now() + m_options.sweepInterval / 4);
         }
     }
 }

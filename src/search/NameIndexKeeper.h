@@ -2,7 +2,7 @@
 
 // Builds a NameIndex in the background with the walker (same skip list, same unentered mounts) and
 // keeps it current on its own thread: inotify watches on folders while the watch budget lasts, and
-// for the other folders a sweep every few seconds that reads again only those whose change time
+// for the other folders a sweep every 1.5 s that reads again only those whose change time
 // moved. A lost event (the queue overflowed) starts a sweep of every folder, never a silently wrong
 // index. Folders changed while the build listed them are read again once it ends.
 //
@@ -37,7 +37,8 @@ public:
         // Watches this keeper may add; -1: three quarters of fs.inotify.max_user_watches (the rest is
         // left to the user's other programs); 0: no watches, sweeps only.
         int watchLimit = -1;
-        std::chrono::milliseconds sweepInterval{2000};
+        // From the start of one sweep to the next: a change beyond the watches shows within about this.
+        std::chrono::milliseconds sweepInterval{1500};
         qint64 maxEntries = 30'000'000;
         // Kernel queue size is a system setting; tests shrink what one read takes instead (0: a full buffer).
         size_t eventBufferBytes = 0;
@@ -57,6 +58,8 @@ public:
         qint64 lastSweepMsecs = 0; // since the epoch; 0 before the first
         qint64 sweeps = 0;
         qint64 lastSweepDurationMsecs = 0; // how long the latest sweep took (the folders beyond the watches)
+        qint64 lastSweepFolders = 0;       // folders it looked at
+        qint64 lastSweepRereads = 0;       // folders it read again (their change time moved)
         qint64 overflows = 0;
         qint64 buildMsecs = 0;
         qint64 lastQueryMicros = -1; // how long the latest query took inside this process
@@ -137,6 +140,8 @@ private:
     QString m_problem;
     qint64 m_lastSweep = 0;
     qint64 m_lastSweepDuration = 0;
+    qint64 m_lastSweepFolders = 0;
+    qint64 m_lastSweepRereads = 0;
     qint64 m_overflows = 0;
     qint64 m_buildMsecs = 0;
 };

@@ -185,6 +185,7 @@ QVariantMap NameIndexService::State()
     map.insert(QStringLiteral("lastSweep"), s.lastSweepMsecs);
     map.insert(QStringLiteral("sweeps"), s.sweeps);
     map.insert(QStringLiteral("sweepMsecs"), s.lastSweepDurationMsecs);
+    map.insert(QStringLiteral("sweepRereads"), s.lastSweepRereads);
     map.insert(QStringLiteral("overflows"), s.overflows);
     map.insert(QStringLiteral("buildMsecs"), s.buildMsecs);
     map.insert(QStringLiteral("lastQueryMicros"), s.lastQueryMicros);

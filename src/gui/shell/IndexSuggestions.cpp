@@ -1,10 +1,8 @@
 #include "IndexSuggestions.h"
 
+#include "search/FileManagerBus.h"
 #include "search/NameIndexKeeper.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
@@ -172,21 +170,18 @@ void IndexSuggestions::act(bool reveal)
     if (path.isEmpty())
         return;
     hide();
-    const QUrl url = QUrl::fromLocalFile(QFile::decodeName(path));
+    // Built from the bytes, percent-encoded, so a name that is not UTF-8 still names its file.
+    const auto urlOf = [](const QByteArray& bytes) { return QUrl::fromEncoded(FileManagerBus::fileUri(bytes)); };
     if (!reveal) {
-        QDesktopServices::openUrl(url);
+        QDesktopServices::openUrl(urlOf(path));
         return;
     }
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
-        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-    call << QStringList{QString::fromUtf8(url.toEncoded())} << QString();
-    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, 5000), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, url] {
-        watcher->deleteLater();
+    const qsizetype slash = path.lastIndexOf('/');
+    const QByteArray parent = slash > 0 ? path.left(slash) : QByteArray("/");
+    FileManagerBus::showItems({path}, [parent, urlOf](bool answered) {
         // No file manager answered: its folder, opened, comes closest.
-        if (watcher->isError())
-            QDesktopServices::openUrl(url.adjusted(QUrl::RemoveFilename | QUrl::StripTrailingSlash));
+        if (!answered)
+            QDesktopServices::openUrl(urlOf(parent));
     });
 }
 
