@@ -264,15 +264,16 @@ private:
     int m_generation;
 };
 
-SearchManager::SearchManager(NotificationCenter& center, QObject* parent)
+SearchManager::SearchManager(NotificationCenter& center, QThreadPool* scanPool, QObject* parent)
     : QObject(parent)
     , m_center(center)
+    , m_scanPool(scanPool ? scanPool : &m_ownScanPool)
     , m_typeCache(std::make_unique<TypeCache>())
     , m_packageSums(std::make_shared<QHash<QByteArray, qint64>>())
 {
     m_sizePool.setMaxThreadCount(1);
     // Replaced searches may linger on a slow delegate; the next one gets a thread of its own.
-    m_scanPool.setMaxThreadCount(4);
+    m_ownScanPool.setMaxThreadCount(4);
 }
 
 SearchManager::~SearchManager()
@@ -280,7 +281,7 @@ SearchManager::~SearchManager()
     if (m_control)
         m_control->cancel();
     walkerCancel();
-    m_scanPool.waitForDone();
+    m_scanPool->waitForDone();
     m_sizePool.clear();
     m_sizePool.waitForDone();
 }
@@ -288,7 +289,7 @@ SearchManager::~SearchManager()
 SearchManager* SearchManager::sharedManager()
 {
     static SearchManager* instance =
-        new SearchManager(NotificationCenter::defaultCenter(), QCoreApplication::instance());
+        new SearchManager(NotificationCenter::defaultCenter(), nullptr, QCoreApplication::instance());
     return instance;
 }
 
@@ -395,7 +396,7 @@ void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray&
     auto control = std::make_shared<WalkerControl>();
     m_control = control;
     m_searching = true;
-    m_scanPool.start([this, generation, control, lowerTemplate, folder, completion = std::move(completion)] {
+    m_scanPool->start([this, generation, control, lowerTemplate, folder, completion = std::move(completion)] {
         ScanSink sink(this, generation);
         WalkerOptions options = walkerOptions(folder, lowerTemplate, &sink);
         options.control = control;

@@ -46,7 +46,8 @@ public:
         TemplateTooLong, // longer than the walker takes (1023 bytes of UTF-8 once lower-cased)
     };
 
-    explicit SearchManager(NotificationCenter& center, QObject* parent = nullptr);
+    // Scans run on `scanPool` when given (it must outlive the manager), else on a pool of the manager's own.
+    explicit SearchManager(NotificationCenter& center, QThreadPool* scanPool = nullptr, QObject* parent = nullptr);
     // Cancels a running search and waits for it.
     ~SearchManager() override;
 
@@ -162,7 +163,8 @@ private:
     QString m_lastStartMessage;
     std::atomic<int> m_generation{0};
     std::shared_ptr<WalkerControl> m_control;
-    QThreadPool m_scanPool;
+    QThreadPool m_ownScanPool;
+    QThreadPool* m_scanPool;
     QThreadPool m_sizePool;
 
     QMutex m_pendingMutex;
