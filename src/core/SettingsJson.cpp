@@ -195,10 +195,7 @@ QVariant fromJson(const QJsonValue& value)
         const QJsonObject object = value.toObject();
         if (QVariant tagged = fromTagged(object); tagged.isValid())
             return tagged;
-        QVariantMap map;
-        for (auto it = object.begin(); it != object.end(); ++it)
-            map.insert(it.key(), fromJson(it.value()));
-        return map;
+        return SettingsJson::valuesOf(object);
     }
     default:
         return {};

@@ -25,6 +25,17 @@
 
 namespace {
 
+// One line a selected item into the clipboard; with nothing selected it keeps what it held.
+void copyLines(const QList<SearchItemPtr>& items, const std::function<QByteArray(const SearchItem&)>& line)
+{
+    if (items.isEmpty())
+        return;
+    QStringList lines;
+    for (const SearchItemPtr& item : items)
+        lines.append(QFile::decodeName(line(*item)));
+    QGuiApplication::clipboard()->setText(lines.join(QLatin1Char('\n')));
+}
+
 QList<QByteArray> pathsOf(const QList<SearchItemPtr>& items)
 {
     QList<QByteArray> paths;
@@ -389,24 +400,12 @@ void SearchResultWC::openMenuItemPressed()
 
 void SearchResultWC::copyNameMenuItemPressed()
 {
-    const QList<SearchItemPtr> items = selectedItems();
-    if (items.isEmpty())
-        return;
-    QStringList names;
-    for (const SearchItemPtr& item : items)
-        names.append(QFile::decodeName(item->rawFileName));
-    QGuiApplication::clipboard()->setText(names.join(QLatin1Char('\n')));
+    copyLines(selectedItems(), [](const SearchItem& item) { return item.rawFileName; });
 }
 
 void SearchResultWC::copyPathnameMenuItemPressed()
 {
-    const QList<SearchItemPtr> items = selectedItems();
-    if (items.isEmpty())
-        return;
-    QStringList paths;
-    for (const SearchItemPtr& item : items)
-        paths.append(QFile::decodeName(item->nativeFullPath()));
-    QGuiApplication::clipboard()->setText(paths.join(QLatin1Char('\n')));
+    copyLines(selectedItems(), [](const SearchItem& item) { return item.nativeFullPath(); });
 }
 
 void SearchResultWC::quickLookMenuItemPressed()
