@@ -10,13 +10,6 @@
 using namespace DiskUsageFixture;
 
 namespace {
-bool writeText(const QString& path, const QByteArray& text)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
-}
-
 QMap<QString, quint64> bySize(const QVariantList& apps)
 {
     QMap<QString, quint64> result;
@@ -55,14 +48,14 @@ private slots:
         QVERIFY(writeFile(root.filePath("Applications/notes.txt"), 500));
         sources.desktopFolders = {root.filePath("local/applications"), root.filePath("share/applications")};
         const QByteArray app = "[Desktop Entry]\nType=Application\nName=Editor\nExec=editor\n";
-        QVERIFY(writeText(root.filePath("share/applications/editor.desktop"), app));
-        QVERIFY(writeText(root.filePath("share/applications/editor-wayland.desktop"), app)); // same package
-        QVERIFY(writeText(root.filePath("share/applications/hidden.desktop"), app + "NoDisplay=true\n"));
-        QVERIFY(writeText(root.filePath("share/applications/link.desktop"), "[Desktop Entry]\nType=Link\n"));
-        QVERIFY(writeText(root.filePath("share/applications/org.gnome.Nautilus.desktop"), app));
-        QVERIFY(writeText(root.filePath("share/applications/viewer.desktop"), app));
-        QVERIFY(writeText(root.filePath("local/applications/viewer.desktop"), app)); // earlier folder wins
-        QVERIFY(writeText(root.filePath("share/applications/unowned.desktop"), app));
+        QVERIFY(writeFile(root.filePath("share/applications/editor.desktop"), app));
+        QVERIFY(writeFile(root.filePath("share/applications/editor-wayland.desktop"), app)); // same package
+        QVERIFY(writeFile(root.filePath("share/applications/hidden.desktop"), app + "NoDisplay=true\n"));
+        QVERIFY(writeFile(root.filePath("share/applications/link.desktop"), "[Desktop Entry]\nType=Link\n"));
+        QVERIFY(writeFile(root.filePath("share/applications/org.gnome.Nautilus.desktop"), app));
+        QVERIFY(writeFile(root.filePath("share/applications/viewer.desktop"), app));
+        QVERIFY(writeFile(root.filePath("local/applications/viewer.desktop"), app)); // earlier folder wins
+        QVERIFY(writeFile(root.filePath("share/applications/unowned.desktop"), app));
         QStringList asked;
         sources.packageSizes = [&](const QStringList& files) {
             asked = files;
@@ -82,8 +75,10 @@ private slots:
                                            root.filePath("local/applications/viewer.desktop"),
                                            root.filePath("share/applications/editor-wayland.desktop"),
                                            root.filePath("user-flatpak/org.gimp.GIMP")}));
-        QCOMPARE(apps.value(root.filePath("user-flatpak/org.gimp.GIMP")), findAllocatedSum(root.filePath("user-flatpak/org.gimp.GIMP")));
-        QCOMPARE(apps.value(root.filePath("Applications/Krita.AppImage")), allocated(root.filePath("Applications/Krita.AppImage")));
+        QCOMPARE(apps.value(root.filePath("user-flatpak/org.gimp.GIMP")),
+                 findAllocatedSum(root.filePath("user-flatpak/org.gimp.GIMP")));
+        QCOMPARE(apps.value(root.filePath("Applications/Krita.AppImage")),
+                 allocated(root.filePath("Applications/Krita.AppImage")));
         QCOMPARE(apps.value(root.filePath("local/applications/viewer.desktop")), 3000000ull);
         asked.sort();
         QCOMPARE(asked, QStringList({root.filePath("local/applications/viewer.desktop"),

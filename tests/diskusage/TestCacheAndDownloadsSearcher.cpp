@@ -44,7 +44,8 @@ private slots:
         QCoreApplication::processEvents();
         QCOMPARE(done.count(), 1);
         const QVariantMap sizes = done.first().first().toMap();
-        QCOMPARE(sizes.value(QStringLiteral("CachesSize")).toULongLong(), findAllocatedSum(paths.buildCacheDirectory()));
+        QCOMPARE(sizes.value(QStringLiteral("CachesSize")).toULongLong(),
+                 findAllocatedSum(paths.buildCacheDirectory()));
         QCOMPARE(sizes.value(QStringLiteral("DownloadsSize")).toULongLong(),
                  allocated(paths.buildDownloadsDirectory() + QStringLiteral("/song.mp3")));
         QCOMPARE(sizes.value(QStringLiteral("TrashSize")).toULongLong(), findAllocatedSum(paths.buildTrashDirectory()));
@@ -97,22 +98,18 @@ private slots:
         env.insert(QStringLiteral("XDG_CACHE_HOME"), QStringLiteral("/var/tmp/c/"));
         env.insert(QStringLiteral("XDG_DATA_HOME"), QStringLiteral("relative/ignored"));
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path() + QStringLiteral("/conf"));
-        QVERIFY(writeFile(home.path() + QStringLiteral("/conf/user-dirs.dirs"), 0));
-        QFile dirs(home.path() + QStringLiteral("/conf/user-dirs.dirs"));
-        QVERIFY(dirs.open(QIODevice::WriteOnly));
-        dirs.write("# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
-                   "XDG_DOWNLOAD_DIR=\"$HOME/Téléchargements\"\n");
-        dirs.close();
+        const QString dirs = home.path() + QStringLiteral("/conf/user-dirs.dirs");
+        QVERIFY(writeFile(dirs, "# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
+                                "XDG_DOWNLOAD_DIR=\"$HOME/Téléchargements\"\n"));
         const PathsGenerator xdg(home.path(), env);
         QCOMPARE(xdg.buildCacheDirectory(), QStringLiteral("/var/tmp/c"));
         QCOMPARE(xdg.buildTrashDirectory(), home.path() + QStringLiteral("/.local/share/Trash"));
         QCOMPARE(xdg.buildDownloadsDirectory(), home.path() + QString::fromUtf8("/Téléchargements"));
 
         // A download folder that is the home itself would count the whole home as junk.
-        QVERIFY(dirs.open(QIODevice::WriteOnly));
-        dirs.write("XDG_DOWNLOAD_DIR=\"$HOME/\"\n");
-        dirs.close();
-        QCOMPARE(PathsGenerator(home.path(), env).buildDownloadsDirectory(), home.path() + QStringLiteral("/Downloads"));
+        QVERIFY(writeFile(dirs, "XDG_DOWNLOAD_DIR=\"$HOME/\"\n"));
+        QCOMPARE(PathsGenerator(home.path(), env).buildDownloadsDirectory(),
+                 home.path() + QStringLiteral("/Downloads"));
     }
 };
 

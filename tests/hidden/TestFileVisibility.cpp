@@ -2,6 +2,7 @@
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/FileVisibility.h"
 #include "hidden/ScriptsManager.h"
+#include "support/Files.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,25 +30,16 @@ class TestFileVisibility : public QObject
 
     QString path(const QString& name) const { return m_folder + '/' + name; }
 
-    void touch(const QString& name, const QByteArray& content = "x")
-    {
-        QFile f(path(name));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(content);
-    }
-
-    QByteArray hiddenList() const
-    {
-        QFile f(path(".hidden"));
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<none>");
-    }
+    void touch(const QString& name, const QByteArray& content = "x") { QVERIFY(writeFile(path(name), content)); }
+    QByteArray hiddenList() const { return QFile::exists(path(".hidden")) ? readFile(path(".hidden")) : "<none>"; }
 
     // Runs the whole request and waits for its end (the refresh script included); the failures counted.
     int run(bool visible, const QStringList& paths)
     {
         FileVisibility visibility(*m_scripts, [this] { return m_accessible; });
         int failures = -1;
-        visibility.setVisibility(visible, paths, [&failures](const QStringList& errors) { failures = int(errors.size()); });
+        visibility.setVisibility(visible, paths,
+                                 [&failures](const QStringList& errors) { failures = int(errors.size()); });
         if (!QTest::qWaitFor([&] { return failures >= 0; }, 20000))
             return -2;
         return failures;
@@ -56,8 +48,8 @@ class TestFileVisibility : public QObject
     static QString gioHidden(const QString& file)
     {
         QProcess gio;
-        gio.start(QStringLiteral("gio"), {QStringLiteral("info"), QStringLiteral("-a"),
-                                          QStringLiteral("standard::is-hidden"), file});
+        gio.start(QStringLiteral("gio"),
+                  {QStringLiteral("info"), QStringLiteral("-a"), QStringLiteral("standard::is-hidden"), file});
         gio.waitForFinished(10000);
         const QString out = QString::fromUtf8(gio.readAllStandardOutput());
         return out.contains(QLatin1String("is-hidden: TRUE")) ? QStringLiteral("hidden") : QStringLiteral("shown");
@@ -81,10 +73,7 @@ private Q_SLOTS:
         touch("plain");
         touch(".profile", "mine");
         // Lines of the user's that must survive exactly: a trailing space, a name that is no file here.
-        QFile list(path(".hidden"));
-        QVERIFY(list.open(QIODevice::WriteOnly));
-        list.write("keep me \ngone.txt");
-        list.close();
+        touch(".hidden", "keep me \ngone.txt");
 
         QCOMPARE(run(false, {path("a b.txt"), path("plain"), path(".profile")}), 0);
         QCOMPARE(hiddenList(), QByteArray("keep me \ngone.txt\na b.txt\nplain\n"));
@@ -95,9 +84,7 @@ private Q_SLOTS:
         QCOMPARE(hiddenList(), QByteArray("keep me \ngone.txt\nplain\n"));
         QCOMPARE(gioHidden(path("a b.txt")), QStringLiteral("shown"));
         QVERIFY(!QFile::exists(path(".profile")));
-        QFile shown(path("profile"));
-        QVERIFY(shown.open(QIODevice::ReadOnly));
-        QCOMPARE(shown.readAll(), QByteArray("mine"));
+        QCOMPARE(readFile(path("profile")), QByteArray("mine"));
         QCOMPARE(gioHidden(path("profile")), QStringLiteral("shown"));
     }
 
@@ -109,10 +96,8 @@ private Q_SLOTS:
         touch(".bashrc");
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("performSetVisibility.*File exists"));
         QCOMPARE(run(true, {path(".profile"), path("..twice"), path(".bashrc")}), 1);
-        QFile a(path(".profile")), b(path("profile"));
-        QVERIFY(a.open(QIODevice::ReadOnly) && b.open(QIODevice::ReadOnly));
-        QCOMPARE(a.readAll(), QByteArray("hidden one"));
-        QCOMPARE(b.readAll(), QByteArray("visible one"));
+        QCOMPARE(readFile(path(".profile")), QByteArray("hidden one"));
+        QCOMPARE(readFile(path("profile")), QByteArray("visible one"));
         // One leading point only; the files after the failure are still done.
         QVERIFY(QFile::exists(path(".twice")));
         QVERIFY(QFile::exists(path("bashrc")));
@@ -121,10 +106,7 @@ private Q_SLOTS:
     void aStaleLineDoesNotHideTheRenamedFile()
     {
         touch(".notes");
-        QFile list(path(".hidden"));
-        QVERIFY(list.open(QIODevice::WriteOnly));
-        list.write("notes\n");
-        list.close();
+        touch(".hidden", "notes\n");
         QCOMPARE(run(true, {path(".notes")}), 0);
         QCOMPARE(gioHidden(path("notes")), QStringLiteral("shown"));
         QCOMPARE(hiddenList(), QByteArray());
@@ -148,31 +130,34 @@ private Q_SLOTS:
     {
         QCOMPARE(FileVisibility::pathsFromNotificationObject(QVariant(42)), QStringList());
         QCOMPARE(FileVisibility::pathsFromNotificationObject(QVariant()), QStringList());
-        QCOMPARE(FileVisibility::pathsFromNotificationObject(QStringLiteral("/a, /b,c")),
-                 QStringList({"/a", "/b,c"}));
+        QCOMPARE(FileVisibility::pathsFromNotificationObject(QStringLiteral("/a, /b,c")), QStringList({"/a", "/b,c"}));
 
         // An empty string is one empty path: it fails and is logged, and no list is made.
         FileVisibility visibility(*m_scripts, [] { return true; });
         int failures = -1;
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("performSetVisibility.*not an absolute path"));
-        visibility.hideSelectedFiles(QStringLiteral(""), [&failures](const QStringList& errors) { failures = int(errors.size()); });
+        visibility.hideSelectedFiles(QStringLiteral(""),
+                                     [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTRY_COMPARE_WITH_TIMEOUT(failures, 1, 20000);
         // Relative to whatever folder the tray program runs in: refused.
         touch("rel");
         QVERIFY(QDir::setCurrent(m_folder));
         failures = -1;
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("performSetVisibility.*\"rel\": not an absolute"));
-        visibility.hideSelectedFiles(QStringLiteral("rel"), [&failures](const QStringList& errors) { failures = int(errors.size()); });
+        visibility.hideSelectedFiles(QStringLiteral("rel"),
+                                     [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTRY_COMPARE_WITH_TIMEOUT(failures, 1, 20000);
         QCOMPARE(hiddenList(), QByteArray("<none>"));
         failures = -1;
-        visibility.hideSelectedFiles(QVariant(7), [&failures](const QStringList& errors) { failures = int(errors.size()); });
+        visibility.hideSelectedFiles(QVariant(7),
+                                     [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTest::qWait(200);
         QCOMPARE(failures, -1);
 
         touch("x");
         touch("y");
-        visibility.hideSelectedFiles(path("x") + ", " + path("y") + "/", [&failures](const QStringList& errors) { failures = int(errors.size()); });
+        visibility.hideSelectedFiles(path("x") + ", " + path("y") + "/",
+                                     [&failures](const QStringList& errors) { failures = int(errors.size()); });
         QTRY_COMPARE_WITH_TIMEOUT(failures, 0, 20000);
         QCOMPARE(hiddenList(), QByteArray("x\ny\n"));
         QVERIFY(QDir::setCurrent(QDir::tempPath()));
@@ -193,12 +178,14 @@ private Q_SLOTS:
     void theFileManagersAreToldOfTheChangedFolder()
     {
         touch("f");
-        struct utimbuf old{1000000000, 1000000000};
+        struct utimbuf old
+        {
+            1000000000, 1000000000
+        };
         QCOMPARE(::utime(QFile::encodeName(m_folder).constData(), &old), 0);
         QCOMPARE(run(true, {path("f")}), 0);
         QVERIFY(QFileInfo(m_folder).lastModified().toSecsSinceEpoch() > 1000000000);
-        QCOMPARE(QDir(m_folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-                 QStringList({"f"}));
+        QCOMPARE(QDir(m_folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList({"f"}));
     }
 };
 

@@ -1,6 +1,7 @@
 #include "core/Settings.h"
 #include "core/UserDefaults.h"
 #include "hidden/FinderIntegration.h"
+#include "support/Files.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -19,20 +20,8 @@ class TestFinderIntegration : public QObject
 
     QString file(const char* name) const { return m_dir.filePath(QString::fromLatin1(name)); }
 
-    void answer(const QByteArray& text)
-    {
-        QFile f(file("answer"));
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(text);
-    }
-
-    QStringList runs() const
-    {
-        QFile f(file("runs"));
-        if (!f.open(QIODevice::ReadOnly))
-            return {};
-        return QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts);
-    }
+    void answer(const QByteArray& text) { QVERIFY(writeFile(file("answer"), text)); }
+    QStringList runs() const { return QString::fromUtf8(readFile(file("runs"))).split('\n', Qt::SkipEmptyParts); }
 
     FinderIntegration make()
     {
@@ -55,11 +44,9 @@ private Q_SLOTS:
     void init()
     {
         QVERIFY(m_dir.isValid());
-        QFile tool(file("tool"));
-        QVERIFY(tool.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        tool.write(QStringLiteral("echo \"$*\" >>'%1'\n[ \"$1\" = -m ] && cat '%2'\nexit 0\n")
-                       .arg(file("runs"), file("answer"))
-                       .toUtf8());
+        QVERIFY(writeFile(file("tool"), QStringLiteral("echo \"$*\" >>'%1'\n[ \"$1\" = -m ] && cat '%2'\nexit 0\n")
+                                            .arg(file("runs"), file("answer"))
+                                            .toUtf8()));
         QFile::remove(file("runs"));
         QFile::remove(file("std.json"));
         m_defaults = std::make_unique<UserDefaults>(file("std.json"));
@@ -111,11 +98,10 @@ private Q_SLOTS:
     // the program quits is finished first. (Kept last: it ends the test's event loop once.)
     void runsKeepTheirOrderAndOutliveAQuit()
     {
-        QFile slow(file("slow"));
-        QVERIFY(slow.open(QIODevice::WriteOnly | QIODevice::Truncate));
         // The first run is the slowest: run side by side, it would end last.
-        slow.write(QStringLiteral("[ \"$2\" = ignore ] && sleep 1\necho \"$2\" >>'%1'\n").arg(file("runs")).toUtf8());
-        slow.close();
+        QVERIFY(writeFile(
+            file("slow"),
+            QStringLiteral("[ \"$2\" = ignore ] && sleep 1\necho \"$2\" >>'%1'\n").arg(file("runs")).toUtf8()));
         FinderIntegration integration(*m_defaults, "/bin/sh", {file("slow")});
         integration.disableFinderSyncExtension();
         integration.enableFinderSyncExtension();

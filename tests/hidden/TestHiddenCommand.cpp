@@ -4,6 +4,7 @@
 #include "cli/Commands.h"
 #include "support/HiddenScriptRun.h"
 
+#include "support/Files.h"
 #include "support/ProcessRun.h"
 
 #include <QDir>
@@ -91,10 +92,8 @@ private Q_SLOTS:
             QCOMPARE(QDir(home()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                      ssh ? QStringList{".ssh"} : QStringList{});
         });
-        if (ssh) {
-            QVERIFY(QDir().mkpath(home() + "/.ssh"));
-            QFile(home() + "/.ssh/known_hosts").open(QIODevice::WriteOnly);
-        }
+        if (ssh)
+            QVERIFY(writeFile(home() + "/.ssh/known_hosts", {}));
         Run r = run({});
         QCOMPARE(r.status, 0);
         QVERIFY2(r.out.startsWith(kInvisible), r.out + r.err);

@@ -2,6 +2,7 @@
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/HiddenManager.h"
 #include "hidden/ScriptsManager.h"
+#include "support/Files.h"
 #include "support/HiddenScriptRun.h"
 
 #include <QDBusConnection>
@@ -110,20 +111,27 @@ class TestHiddenScripts : public QObject
         std::vector<std::unique_ptr<QProcess>> programs;
 
         QString path(const QString& name) const { return dir.filePath(name); }
-        void write(const QString& name, const QByteArray& text) const
-        {
-            QFile f(path(name));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(text);
-        }
-        QByteArray read(const QString& name) const
-        {
-            QFile f(path(name));
-            return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray();
-        }
+        void write(const QString& name, const QByteArray& text) const { QVERIFY(writeFile(path(name), text)); }
+        QByteArray read(const QString& name) const { return readFile(path(name)).trimmed(); }
         QByteArrayList log() const { return read("log").split('\n'); }
+        // A stand-in file manager: it stays until "NAME -q" and logs each start (with LC_ALL when set).
+        void writeFileManager(const QString& name) const
+        {
+            QVERIFY(writeScript(
+                path(name),
+                "#!/bin/sh\n"
+                "if [ \"$1\" = -q ]; then kill \"$(cat \"$FAKE_DIR/pid\")\"; exit 0; fi\n"
+                "echo $$ > \"$FAKE_DIR/pid\"; echo \"started $*${LC_ALL:+ in $LC_ALL}\" >> \"$FAKE_DIR/log\"\n"
+                "trap 'exit 0' TERM\n"
+                "while :; do sleep 0.1; done\n"));
+        }
         ~FakeDesktop()
         {
+            // A stand-in the script started again is not among the programs: it is stopped by its id.
+            const qint64 relaunched = read("pid").toLongLong();
+            if (relaunched > 0 && std::none_of(programs.begin(), programs.end(),
+                                               [&](const auto& p) { return p->processId() == relaunched; }))
+                ::kill(static_cast<pid_t>(relaunched), SIGTERM);
             for (auto& p : programs) {
                 p->terminate();
                 if (!p->waitForFinished(5000))
@@ -138,13 +146,9 @@ class TestHiddenScripts : public QObject
         for (const char* name : {"xdotool", "xprop", "xwininfo"})
             QVERIFY(QFile::copy(source + name, desktop.path(name)));
         QVERIFY(QFile::copy(source + "fake-dolphin", desktop.path("dolphin")));
-        // A stand-in Nemo: it stays until "nemo -q" and logs each start.
-        desktop.write("nemo", "#!/bin/sh\n"
-                              "if [ \"$1\" = -q ]; then kill \"$(cat \"$FAKE_DIR/pid\")\"; exit 0; fi\n"
-                              "echo $$ > \"$FAKE_DIR/pid\"; echo \"started $*\" >> \"$FAKE_DIR/log\"\n"
-                              "trap 'exit 0' TERM\n"
-                              "while :; do sleep 0.1; done\n");
-        for (const char* name : {"xdotool", "xprop", "xwininfo", "dolphin", "nemo"})
+        desktop.writeFileManager("nemo");
+        desktop.writeFileManager("thunar");
+        for (const char* name : {"xdotool", "xprop", "xwininfo", "dolphin"})
             QFile::setPermissions(desktop.path(name), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("FAKE_DIR", QFile::encodeName(desktop.dir.path()));
         qputenv("PATH", QFile::encodeName(desktop.dir.path()) + ':' + m_path);
@@ -189,10 +193,7 @@ private Q_SLOTS:
         for (const char* d : {"/.config", "/.local/share", "/Documents"})
             QVERIFY(QDir().mkpath(m_home + d));
         for (const char* f : {".bashrc", ".profile", "notes.txt", "secret file", "-dash", "Zebra", ".hidden"}) {
-            QFile file(m_home + '/' + f);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            if (file.fileName().endsWith(".hidden"))
-                file.write("secret file\n");
+            QVERIFY(writeFile(m_home + '/' + f, qstrcmp(f, ".hidden") == 0 ? "secret file\n" : ""));
         }
         qputenv("HOME", QFile::encodeName(m_home));
         const std::pair<const char*, const char*> xdg[] = {
@@ -303,12 +304,9 @@ private Q_SLOTS:
             QVERIFY(QDir().mkpath(dolphinFile()));
         } else {
             // As with dconf when its service cannot write: the tool ends well, the value stays.
-            QFile fake(bin.filePath("gsettings"));
-            QVERIFY(fake.open(QIODevice::WriteOnly));
-            fake.write("#!/bin/sh\n[ \"$1\" = set ] && exit 0\nexec " +
-                       QFile::encodeName(QStandardPaths::findExecutable("gsettings")) + " \"$@\"\n");
-            fake.close();
-            QVERIFY(fake.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+            QVERIFY(writeScript(bin.filePath("gsettings"),
+                                "#!/bin/sh\n[ \"$1\" = set ] && exit 0\nexec " +
+                                    QFile::encodeName(QStandardPaths::findExecutable("gsettings")) + " \"$@\"\n"));
             qputenv("PATH", QFile::encodeName(bin.path()) + ':' + m_path);
         }
         const HiddenScriptResult r = run(kSwitch);
@@ -360,19 +358,14 @@ private Q_SLOTS:
             }
             return map;
         };
-        QVERIFY(QDir().mkpath(QFileInfo(dolphinFile()).path()));
         const QByteArray before = "[Dolphin]\nTimestamp=2024,3,1,10,0,0.0\nVersion=4\nViewMode=1\n\n"
                                   "[Settings]\nHiddenFilesShown=false\nSortFoldersFirst=false\n\n"
                                   "[Details]\nColumns=Name,Size,Date\n";
-        QFile file(dolphinFile());
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(before);
-        file.close();
+        QVERIFY(writeFile(dolphinFile(), before));
         qputenv("XDG_CURRENT_DESKTOP", "KDE");
         const HiddenScriptResult r = run(kSwitch);
         QVERIFY2(!r.error, r.errorText());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(entries(file.readAll()),
+        QCOMPARE(entries(readFile(dolphinFile())),
                  entries(QByteArray(before).replace("HiddenFilesShown=false", "HiddenFilesShown=true")));
     }
 
@@ -439,9 +432,8 @@ private Q_SLOTS:
         QFETCH(bool, shown);
         qputenv("XDG_CURRENT_DESKTOP", desktop.toUtf8());
         if (!folderHandlers.isEmpty()) {
-            QFile list(m_home + "/.config/mimeapps.list");
-            QVERIFY(list.open(QIODevice::WriteOnly));
-            list.write("[Default Applications]\ninode/directory = " + folderHandlers + "\n");
+            QVERIFY(writeFile(m_home + "/.config/mimeapps.list",
+                              "[Default Applications]\ninode/directory = " + folderHandlers + "\n"));
         }
         // Only the primary file manager's setting says "shown" (or only it says "hidden").
         setAll(!shown);
@@ -572,11 +564,6 @@ private Q_SLOTS:
         QTRY_VERIFY(!desktop.read("pid").isEmpty());
         desktop.write("windows", QStringLiteral("101 %1\n").arg(nemo).toUtf8());
         desktop.write("active", "200\n");
-        const auto stopRelaunched = qScopeGuard([&] {
-            const qint64 pid = desktop.read("pid").toLongLong();
-            if (pid > 0 && pid != nemo)
-                ::kill(static_cast<pid_t>(pid), SIGTERM);
-        });
 
         const HiddenScriptResult r = run(kSwitch);
         QVERIFY2(!r.error, r.errorText());
@@ -660,36 +647,14 @@ private Q_SLOTS:
 
     void relaunchRestartsTheRunningFileManager()
     {
-        // A stand-in Thunar: it records each start and quits on "thunar -q", as the real one does.
-        QTemporaryDir bin;
-        const auto read = [&bin](const char* name) {
-            QFile f(bin.filePath(name));
-            return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray();
-        };
-        QFile fake(bin.filePath("thunar"));
-        QVERIFY(fake.open(QIODevice::WriteOnly));
-        fake.write("#!/bin/sh\n"
-                   "if [ \"$1\" = -q ]; then kill \"$(cat \"$FAKE_DIR/pid\")\"; exit 0; fi\n"
-                   "echo $$ > \"$FAKE_DIR/pid\"; echo \"started $* in $LC_ALL\" >> \"$FAKE_DIR/log\"\n"
-                   "trap 'exit 0' TERM\n"
-                   "while :; do sleep 0.1; done\n");
-        fake.close();
-        QFile::setPermissions(fake.fileName(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        qputenv("FAKE_DIR", QFile::encodeName(bin.path()));
-        qputenv("PATH", QFile::encodeName(bin.path()) + ':' + m_path);
-
-        QProcess first;
-        qint64 firstPid = 0;
-        // Whatever happens below, the stand-in the script started again is stopped by its id.
-        const auto stopRelaunched = qScopeGuard([&] {
-            const qint64 pid = read("pid").toLongLong();
-            if (pid > 0 && pid != firstPid)
-                ::kill(static_cast<pid_t>(pid), SIGTERM);
-        });
-        first.start(fake.fileName(), {"--daemon"});
-        QVERIFY(first.waitForStarted());
-        QTRY_VERIFY(!read("pid").isEmpty());
-        firstPid = first.processId();
+        // Thunar quits on "thunar -q", and is started again with the same arguments.
+        FakeDesktop desktop;
+        setUpFakeDesktop(desktop);
+        qunsetenv("DISPLAY");
+        const qint64 firstPid = startFake(desktop, "thunar", {"--daemon"});
+        QVERIFY(firstPid > 0);
+        QTRY_VERIFY(!desktop.read("pid").isEmpty());
+        QProcess& first = *desktop.programs.front();
 
         setAll(false);
         qputenv("LC_ALL", "C.UTF-8");
@@ -699,8 +664,9 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(first.state(), QProcess::NotRunning, 5000);
         QCOMPARE(values(), all(true));
         // Started again with the same arguments, in the user's locale.
-        QTRY_COMPARE_WITH_TIMEOUT(read("log"), QByteArray("started --daemon in \nstarted --daemon in C.UTF-8"), 5000);
-        const qint64 secondPid = read("pid").toLongLong();
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.read("log"), QByteArray("started --daemon\nstarted --daemon in C.UTF-8"),
+                                  5000);
+        const qint64 secondPid = desktop.read("pid").toLongLong();
         QVERIFY(secondPid > 0 && secondPid != firstPid);
     }
 };

@@ -1,5 +1,6 @@
 #include "core/DistributedNotificationCenter.h"
 #include "hidden/PluginKit.h"
+#include "support/Files.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -59,10 +60,7 @@ class TestPluginKit : public QObject
         return {};
     }
 
-    static int sh(const QString& commandLine)
-    {
-        return QProcess::execute("/bin/sh", {"-c", commandLine});
-    }
+    static int sh(const QString& commandLine) { return QProcess::execute("/bin/sh", {"-c", commandLine}); }
 
 private Q_SLOTS:
     void init()
@@ -71,10 +69,7 @@ private Q_SLOTS:
         const QString home = m_dir.filePath(QString::number(QDateTime::currentMSecsSinceEpoch()) + " it's $HOME");
         m_data = home + "/data";
         m_config = home + "/config";
-        QVERIFY(QDir().mkpath(m_config + "/Thunar"));
-        QFile thunar(m_config + "/Thunar/uca.xml");
-        QVERIFY(thunar.open(QIODevice::WriteOnly));
-        thunar.write(m_usersThunar);
+        QVERIFY(writeFile(m_config + "/Thunar/uca.xml", m_usersThunar));
     }
 
     void installReportRemove()
@@ -98,8 +93,9 @@ private Q_SLOTS:
         // GNOME Files' extension: valid Python naming the sender exactly.
         QProcess python;
         python.start("/usr/bin/python3",
-                     {"-c", "import ast,sys; src=open(sys.argv[1]).read(); ast.parse(src); "
-                            "print(ast.literal_eval([l for l in src.splitlines() if l.startswith('SENDER = ')][0][9:]))",
+                     {"-c",
+                      "import ast,sys; src=open(sys.argv[1]).read(); ast.parse(src); "
+                      "print(ast.literal_eval([l for l in src.splitlines() if l.startswith('SENDER = ')][0][9:]))",
                       m_data + "/nautilus-python/extensions/trovix.py"});
         QVERIFY(python.waitForFinished(10000));
         QCOMPARE(QString::fromUtf8(python.readAllStandardOutput()).trimmed(), kit().senderPath());
@@ -136,10 +132,9 @@ private Q_SLOTS:
         QVERIFY(bus.registerService("com.quorbel.trovix"));
         DistributedNotificationCenter center(bus);
         QStringList received;
-        center.addObserver("AppSyncExtensionWantsToHideSelectedFiles", QString(), this,
-                           [&received](const QString&, const QString& object, const QVariantMap&) {
-                               received.append(object);
-                           });
+        center.addObserver(
+            "AppSyncExtensionWantsToHideSelectedFiles", QString(), this,
+            [&received](const QString&, const QString& object, const QVariantMap&) { received.append(object); });
         const QStringList paths{"/tmp/123", "/tmp/it's", "/tmp/back\\slash", "/tmp/two  spaces"};
         const QString joined = paths.join(", ");
 
@@ -165,9 +160,9 @@ private Q_SLOTS:
         const QString folder = m_dir.filePath("chosen");
         QVERIFY(QDir().mkpath(folder));
         QFile(folder + "/report.txt").open(QIODevice::WriteOnly);
-        QCOMPARE(sh(command(m_data + "/nemo/actions/trovix-hide.nemo_action", "Exec=", "hide",
-                            {folder + "/report.txt"})),
-                 0);
+        QCOMPARE(
+            sh(command(m_data + "/nemo/actions/trovix-hide.nemo_action", "Exec=", "hide", {folder + "/report.txt"})),
+            0);
         QCOMPARE(read(folder + "/.hidden"), QByteArray("report.txt\n"));
     }
 };

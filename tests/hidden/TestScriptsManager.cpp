@@ -1,6 +1,7 @@
 #include "core/UserDefaults.h"
 #include "hidden/DiskAccessRestoreManager.h"
 #include "hidden/ScriptsManager.h"
+#include "support/Files.h"
 #include "support/HiddenScriptRun.h"
 
 #include <QDir>
@@ -22,10 +23,7 @@ class TestScriptsManager : public QObject
 
     static void writeScript(const QString& folder, const QString& name, const QByteArray& text)
     {
-        QDir().mkpath(folder);
-        QFile f(folder + '/' + name + ".sh");
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(text);
+        QVERIFY(writeFile(folder + '/' + name + ".sh", text));
     }
 
     std::unique_ptr<ScriptsManager> make(const QString& folder = {}, int timeoutMs = 20000)
@@ -99,9 +97,7 @@ private Q_SLOTS:
         // Fed on standard input, a script has only the installed library to go by.
         QFile::remove(m_folder + "/HiddenFilesBackends.sh");
         QVERIFY(!m->installBackendsLibrary());
-        QFile library(m_folder + "/HiddenFilesBackends.sh");
-        QVERIFY(library.open(QIODevice::ReadOnly));
-        QCOMPARE(library.readAll(), shipped);
+        QCOMPARE(readFile(m_folder + "/HiddenFilesBackends.sh"), shipped);
     }
 
     void failures_data()

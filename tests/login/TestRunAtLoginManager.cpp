@@ -2,6 +2,7 @@
 #include "core/Settings.h"
 #include "core/UserDefaults.h"
 #include "login/RunAtLoginManager.h"
+#include "support/Files.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -37,13 +38,7 @@ class TestRunAtLoginManager : public QObject
 
     static void write(const QString& path, const QByteArray& text, bool executable = false)
     {
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(text);
-        f.close();
-        if (executable)
-            f.setPermissions(f.permissions() | QFile::ExeOwner);
+        QVERIFY(executable ? writeScript(path, text) : writeFile(path, text));
     }
 
     QString autostart(const QString& name) const { return m_config + "/autostart/" + name; }

@@ -1,4 +1,5 @@
 #include "memory/PurgeScript.h"
+#include "support/Files.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -42,8 +43,8 @@ private:
     QString writeScript(const QByteArray& body)
     {
         static int n = 0;
-        QFile f(m_dir.filePath(QStringLiteral("s%1.sh").arg(++n)));
-        return f.open(QIODevice::WriteOnly) && f.write(body) == body.size() ? f.fileName() : QString();
+        const QString path = m_dir.filePath(QStringLiteral("s%1.sh").arg(++n));
+        return writeFile(path, body) ? path : QString();
     }
     QTemporaryDir m_dir;
 };

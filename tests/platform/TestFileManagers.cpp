@@ -1,4 +1,5 @@
 #include "platform/FileManagers.h"
+#include "support/Files.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,13 +12,6 @@ namespace {
 QString idOf(const std::optional<FileManager>& fm)
 {
     return fm ? fm->id : QString();
-}
-
-bool writeFile(const QString& path, const QByteArray& text)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(text) == text.size();
 }
 
 QByteArray defaultList(const QByteArray& desktopId)

@@ -1,4 +1,5 @@
 #include "platform/linux/ProcMemInfo.h"
+#include "support/Files.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,14 +20,6 @@ QByteArray fixture(const QString& name)
     if (!f.open(QIODevice::ReadOnly))
         qFatal("missing fixture %s", qPrintable(name));
     return f.readAll();
-}
-
-void writeFile(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(content);
 }
 
 // What f writes to standard error.
@@ -201,15 +194,15 @@ private slots:
     {
         QTemporaryDir root;
         const QString r = root.path();
-        writeFile(r + u"/proc/meminfo"_s, fixture(u"desktop-6.1-zswap.meminfo"_s));
-        writeFile(r + u"/proc/self/cgroup"_s, "0::/app.slice/trovix.scope\n");
-        writeFile(r + u"/proc/self/mountinfo"_s, "24 29 0:22 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n");
+        QVERIFY(writeFile(r + u"/proc/meminfo"_s, fixture(u"desktop-6.1-zswap.meminfo"_s)));
+        QVERIFY(writeFile(r + u"/proc/self/cgroup"_s, "0::/app.slice/trovix.scope\n"));
+        QVERIFY(writeFile(r + u"/proc/self/mountinfo"_s, "24 29 0:22 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n"));
         const QString group = r + u"/sys/fs/cgroup/app.slice/trovix.scope"_s;
-        writeFile(group + u"/memory.max"_s, "1073741824\n");
-        writeFile(group + u"/memory.current"_s, "805306368\n");
-        writeFile(group + u"/memory.stat"_s,
-                  "anon 500000000\nfile 300000000\ninactive_file 268435456\nactive_file 5\n");
-        writeFile(r + u"/sys/fs/cgroup/app.slice/memory.max"_s, "max\n");
+        QVERIFY(writeFile(group + u"/memory.max"_s, "1073741824\n"));
+        QVERIFY(writeFile(group + u"/memory.current"_s, "805306368\n"));
+        QVERIFY(writeFile(group + u"/memory.stat"_s,
+                          "anon 500000000\nfile 300000000\ninactive_file 268435456\nactive_file 5\n"));
+        QVERIFY(writeFile(r + u"/sys/fs/cgroup/app.slice/memory.max"_s, "max\n"));
 
         ProcMemInfo reader(r);
         QCOMPARE(reader.cgroupLevels().size(), size_t(3));
@@ -221,7 +214,7 @@ private slots:
         QCOMPARE(available->total, 1024 * MiB);
 
         // A limit above physical memory limits nothing.
-        writeFile(group + u"/memory.max"_s, "99999999999999\n");
+        QVERIFY(writeFile(group + u"/memory.max"_s, "99999999999999\n"));
         available = reader.availableMemory();
         QCOMPARE(available->available, 7413256 * KiB);
         QCOMPARE(available->total, 16281644 * KiB);
@@ -246,7 +239,7 @@ private slots:
         QFETCH(QByteArray, named);
         QTemporaryDir root;
         if (!fixtureName.isEmpty())
-            writeFile(root.path() + u"/proc/meminfo"_s, fixture(fixtureName));
+            QVERIFY(writeFile(root.path() + u"/proc/meminfo"_s, fixture(fixtureName)));
         VmStatistics64 stats;
         stats.free_count = 77;
         bool first = true, available = true, second = true;

@@ -2,6 +2,7 @@
 // session bus of the test's own: what arrives there, and what the caller hears back. The bus knows no
 // service files, so a call nobody answers never starts a real file manager installed on the machine.
 #include "search/FileManagerBus.h"
+#include "support/Files.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -100,17 +101,16 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_busDir.isValid());
-        QFile config(m_busDir.filePath(QStringLiteral("bus.conf")));
-        QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-                     " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                     "<busconfig><type>session</type><listen>unix:dir=" +
-                     QFile::encodeName(m_busDir.path()) +
-                     "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
-                     "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
-        config.close();
+        const QString config = m_busDir.filePath(QStringLiteral("bus.conf"));
+        QVERIFY(writeFile(
+            config, "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+                    " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                    "<busconfig><type>session</type><listen>unix:dir=" +
+                        QFile::encodeName(m_busDir.path()) +
+                        "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
+                        "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n"));
         m_daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--nofork"), QStringLiteral("--print-address=1"),
-                                                       QStringLiteral("--config-file=") + config.fileName()});
+                                                       QStringLiteral("--config-file=") + config});
         QVERIFY2(m_daemon.waitForStarted(10000), "dbus-daemon is needed");
         QVERIFY(m_daemon.waitForReadyRead(10000));
         const QByteArray address = m_daemon.readLine().trimmed();

@@ -1,17 +1,13 @@
 // The file-operation scripts run for real on files in temporary folders: copy, move and Trash of names
 // of any bytes, clashes that must never overwrite, vanished items and folders, other file systems.
 #include "search/FinderCommunicator.h"
+#include "support/RawFiles.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
 
 namespace {
 
@@ -23,69 +19,13 @@ const QByteArrayList kAwkwardNames{
     "tab\tname",         "sp ace",      "\xc3\xbcnicode",
 };
 
-// Plain system calls throughout: Qt's file classes take names as text and would change bytes that are
-// not UTF-8.
-QByteArray readFile(const QByteArray& path)
+// The rows of a test that copies or moves alike.
+void copyOrMoveRows()
 {
-    const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return "<unreadable>";
-    QByteArray content;
-    char buffer[4096];
-    ssize_t got;
-    while ((got = ::read(fd, buffer, sizeof buffer)) > 0)
-        content.append(buffer, got);
-    ::close(fd);
-    return content;
+    QTest::addColumn<bool>("move");
+    QTest::newRow("copy") << false;
+    QTest::newRow("move") << true;
 }
-
-bool writeFile(const QByteArray& path, const QByteArray& content)
-{
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-        return false;
-    const bool written = ::write(fd, content.constData(), size_t(content.size())) == content.size();
-    return ::close(fd) == 0 && written;
-}
-
-bool makeFolders(const QByteArray& path)
-{
-    QByteArray partial;
-    for (const QByteArray& part : path.split('/')) {
-        partial += part + '/';
-        if (!part.isEmpty() && ::mkdir(partial.constData(), 0755) != 0 && errno != EEXIST)
-            return false;
-    }
-    return true;
-}
-
-bool exists(const QByteArray& path)
-{
-    struct stat info
-    {
-    };
-    return ::lstat(path.constData(), &info) == 0;
-}
-
-QByteArrayList listFolder(const QByteArray& path)
-{
-    QByteArrayList names;
-    if (DIR* dir = ::opendir(path.constData())) {
-        while (const dirent* entry = ::readdir(dir)) {
-            const QByteArray name(entry->d_name);
-            if (name != "." && name != "..")
-                names.append(name);
-        }
-        ::closedir(dir);
-    }
-    return names;
-}
-
-QByteArray trashFolder()
-{
-    return qgetenv("XDG_DATA_HOME") + "/Trash";
-}
-
 } // namespace
 
 class TestFinderCommunicator : public QObject
@@ -145,9 +85,9 @@ private:
     {
         QVERIFY(makeFolders(folder));
         for (const QByteArray& name : kAwkwardNames)
-            QVERIFY(writeFile(folder + '/' + name, "content of " + name));
+            QVERIFY(writeBytes(folder + '/' + name, "content of " + name));
         QVERIFY(makeFolders(folder + "/dir \xff/inner"));
-        QVERIFY(writeFile(folder + "/dir \xff/inner/f", "inner"));
+        QVERIFY(writeBytes(folder + "/dir \xff/inner/f", "inner"));
         QCOMPARE(::symlink("inner/f", (folder + "/dir \xff/link").constData()), 0);
     }
 
@@ -163,8 +103,8 @@ private:
     void verifyCopied(const QByteArray& dest)
     {
         for (const QByteArray& name : kAwkwardNames)
-            QCOMPARE(readFile(dest + '/' + name), "content of " + name);
-        QCOMPARE(readFile(dest + "/dir \xff/inner/f"), QByteArray("inner"));
+            QCOMPARE(readBytes(dest + '/' + name), "content of " + name);
+        QCOMPARE(readBytes(dest + "/dir \xff/inner/f"), QByteArray("inner"));
         char target[64] = {};
         QCOMPARE(::readlink((dest + "/dir \xff/link").constData(), target, sizeof target - 1), qsizetype(7));
         QCOMPARE(QByteArray(target), QByteArray("inner/f"));
@@ -202,31 +142,31 @@ private slots:
         QCOMPARE(m_communicator->removeFilesScriptURL(), scripts + QStringLiteral("RemoveFilesToTrash6.sh"));
         QFile shipped(QStringLiteral(":/scripts/RemoveFilesToTrash6.sh"));
         QVERIFY(shipped.open(QIODevice::ReadOnly));
-        QCOMPARE(readFile(QFile::encodeName(m_communicator->removeFilesScriptURL())), shipped.readAll());
+        QCOMPARE(readBytes(QFile::encodeName(m_communicator->removeFilesScriptURL())), shipped.readAll());
 
         // Deleted after the first use: back on the next operation.
         QVERIFY(QFile::remove(m_communicator->copyFilesScriptURL()));
         const QByteArray src = path("one");
-        QVERIFY(writeFile(src, "1"));
+        QVERIFY(writeBytes(src, "1"));
         QVERIFY(makeFolders(path("to")));
         const FileOperationResult result = run(&FinderCommunicator::doCopyFiles, {path("to"), src});
         QVERIFY2(result.success, qPrintable(result.error));
         QVERIFY(QFileInfo::exists(m_communicator->copyFilesScriptURL()));
-        QCOMPARE(readFile(path("to/one")), QByteArray("1"));
+        QCOMPARE(readBytes(path("to/one")), QByteArray("1"));
 
         // The helpers the three scripts share are installed again too.
         const QString library = m_dir->path() + QStringLiteral("/Scripts/FileOperations.sh");
         QVERIFY(QFile::remove(library));
-        QVERIFY(writeFile(path("two"), "2"));
+        QVERIFY(writeBytes(path("two"), "2"));
         const FileOperationResult second = run(&FinderCommunicator::doMoveFiles, {path("to"), path("two")});
         QVERIFY2(second.success, qPrintable(second.error));
         QVERIFY(QFileInfo::exists(library));
-        QCOMPARE(readFile(path("to/two")), QByteArray("2"));
+        QCOMPARE(readBytes(path("to/two")), QByteArray("2"));
 
         // A copy the user changed is theirs: it is not replaced.
-        QVERIFY(writeFile(QFile::encodeName(m_communicator->moveFilesScriptURL()), "exit 3\n"));
+        QVERIFY(writeBytes(QFile::encodeName(m_communicator->moveFilesScriptURL()), "exit 3\n"));
         QVERIFY(m_communicator->checkMoveFilesScript());
-        QCOMPARE(readFile(QFile::encodeName(m_communicator->moveFilesScriptURL())), QByteArray("exit 3\n"));
+        QCOMPARE(readBytes(QFile::encodeName(m_communicator->moveFilesScriptURL())), QByteArray("exit 3\n"));
     }
 
     void installNeedsTheUserFolder()
@@ -248,13 +188,13 @@ private slots:
         FinderCommunicator other(m_dir->path() + QStringLiteral("/Scripts"), [] { return false; });
         QVERIFY(other.checkCopyFilesScript());
         QVERIFY(!other.checkMoveFilesScript());
-        QVERIFY(writeFile(path("x"), "x"));
+        QVERIFY(writeBytes(path("x"), "x"));
         QVERIFY(makeFolders(path("to")));
         std::optional<FileOperationResult> result;
         QVERIFY(other.doCopyFiles({path("to"), path("x")}, [&](const FileOperationResult& r) { result = r; }));
         QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 30000);
         QVERIFY2(result->success, qPrintable(result->error));
-        QVERIFY(exists(path("to/x")));
+        QVERIFY(pathExists(path("to/x")));
     }
 
     void defaultFolderIsInTheDataHome()
@@ -273,48 +213,53 @@ private slots:
         QCOMPARE(encoded, QByteArray("/a\\0040b/\\0377\\0012\n/-x\\0134\n"));
     }
 
-    void copyKeepsEveryByteOfEveryName()
-    {
-        makeSources(path("src"));
-        QVERIFY(makeFolders(path("dest")));
-        const FileOperationResult result =
-            run(&FinderCommunicator::doCopyFiles, QList<QByteArray>{path("dest")} + sourcePaths(path("src")));
-        QVERIFY2(result.success, qPrintable(result.error));
-        QVERIFY(result.failedPaths.isEmpty());
-        verifyCopied(path("dest"));
-        verifyCopied(path("src"));
-    }
-
-    void moveKeepsEveryByteOfEveryName()
-    {
-        makeSources(path("src"));
-        QVERIFY(makeFolders(path("dest")));
-        const FileOperationResult result =
-            run(&FinderCommunicator::doMoveFiles, QList<QByteArray>{path("dest")} + sourcePaths(path("src")));
-        QVERIFY2(result.success, qPrintable(result.error));
-        verifyCopied(path("dest"));
-        for (const QByteArray& source : sourcePaths(path("src")))
-            QVERIFY(!exists(source));
-    }
-
-    void clashNeverOverwrites_data()
+    void everyByteOfEveryNameArrives_data()
     {
         QTest::addColumn<bool>("move");
-        QTest::newRow("copy") << false;
-        QTest::newRow("move") << true;
+        QTest::addColumn<bool>("otherFileSystem");
+        QTest::newRow("copy") << false << false;
+        QTest::newRow("move") << true << false;
+        QTest::newRow("move to another file system") << true << true;
     }
+    void everyByteOfEveryNameArrives()
+    {
+        QFETCH(bool, move);
+        QFETCH(bool, otherFileSystem);
+        makeSources(path("src"));
+        QByteArray dest = path("dest");
+        if (otherFileSystem) {
+            dest = mountTmpfs("other");
+            if (dest.isEmpty())
+                QSKIP("no tmpfs could be mounted (needs root and mount rights): the move across file systems is "
+                      "untested");
+        } else {
+            QVERIFY(makeFolders(dest));
+        }
+        const FileOperationResult result =
+            run(move ? &FinderCommunicator::doMoveFiles : &FinderCommunicator::doCopyFiles,
+                QList<QByteArray>{dest} + sourcePaths(path("src")));
+        QVERIFY2(result.success, qPrintable(result.error));
+        QVERIFY(result.failedPaths.isEmpty());
+        verifyCopied(dest);
+        if (!move)
+            verifyCopied(path("src"));
+        for (const QByteArray& source : sourcePaths(path("src")))
+            QCOMPARE(pathExists(source), !move);
+    }
+
+    void clashNeverOverwrites_data() { copyOrMoveRows(); }
     void clashNeverOverwrites()
     {
         QFETCH(bool, move);
         QVERIFY(makeFolders(path("src/folder")));
         QVERIFY(makeFolders(path("dest/folder")));
-        QVERIFY(writeFile(path("src/same\xff"), "source"));
-        QVERIFY(writeFile(path("dest/same\xff"), "destination"));
-        QVERIFY(writeFile(path("src/folder/inside"), "source inside"));
-        QVERIFY(writeFile(path("dest/folder/inside"), "destination inside"));
-        QVERIFY(writeFile(path("src/fresh"), "fresh"));
+        QVERIFY(writeBytes(path("src/same\xff"), "source"));
+        QVERIFY(writeBytes(path("dest/same\xff"), "destination"));
+        QVERIFY(writeBytes(path("src/folder/inside"), "source inside"));
+        QVERIFY(writeBytes(path("dest/folder/inside"), "destination inside"));
+        QVERIFY(writeBytes(path("src/fresh"), "fresh"));
         // A link in the destination with the item's name, pointing nowhere: still a clash.
-        QVERIFY(writeFile(path("src/dangling"), "source"));
+        QVERIFY(writeBytes(path("src/dangling"), "source"));
         QCOMPARE(::symlink("nowhere", path("dest/dangling").constData()), 0);
 
         const QList<QByteArray> items{path("src/same\xff"), path("src/folder"), path("src/fresh"),
@@ -332,62 +277,57 @@ private slots:
         for (const QString& line : lines)
             QVERIFY2(line.contains(QStringLiteral("already in the destination folder")), qPrintable(line));
         // Both sides of every clash kept as they were; the other item went on.
-        QCOMPARE(readFile(path("src/same\xff")), QByteArray("source"));
-        QCOMPARE(readFile(path("dest/same\xff")), QByteArray("destination"));
-        QCOMPARE(readFile(path("src/folder/inside")), QByteArray("source inside"));
-        QCOMPARE(readFile(path("dest/folder/inside")), QByteArray("destination inside"));
-        QVERIFY(!exists(path("dest/folder/folder")));
-        QCOMPARE(readFile(path("dest/fresh")), QByteArray("fresh"));
-        QCOMPARE(exists(path("src/fresh")), !move);
-        QCOMPARE(readFile(path("src/dangling")), QByteArray("source"));
+        QCOMPARE(readBytes(path("src/same\xff")), QByteArray("source"));
+        QCOMPARE(readBytes(path("dest/same\xff")), QByteArray("destination"));
+        QCOMPARE(readBytes(path("src/folder/inside")), QByteArray("source inside"));
+        QCOMPARE(readBytes(path("dest/folder/inside")), QByteArray("destination inside"));
+        QVERIFY(!pathExists(path("dest/folder/folder")));
+        QCOMPARE(readBytes(path("dest/fresh")), QByteArray("fresh"));
+        QCOMPARE(pathExists(path("src/fresh")), !move);
+        QCOMPARE(readBytes(path("src/dangling")), QByteArray("source"));
     }
 
     void vanishedItemsAndFolders()
     {
-        QVERIFY(writeFile(path("a"), "a"));
-        QVERIFY(writeFile(path("b"), "b"));
+        QVERIFY(writeBytes(path("a"), "a"));
+        QVERIFY(writeBytes(path("b"), "b"));
         QVERIFY(makeFolders(path("dest")));
         FileOperationResult result = run(&FinderCommunicator::doMoveFiles, {path("dest"), path("gone"), path("a")});
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("gone")});
         QVERIFY2(result.error.endsWith(QStringLiteral(": it no longer exists")), qPrintable(result.error));
-        QCOMPARE(readFile(path("dest/a")), QByteArray("a"));
+        QCOMPARE(readBytes(path("dest/a")), QByteArray("a"));
 
         // The destination went away after it was chosen.
         result = run(&FinderCommunicator::doCopyFiles, {path("nowhere"), path("b")});
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("b")});
         QVERIFY2(result.error.contains(QStringLiteral("the destination folder does not exist")),
                  qPrintable(result.error));
-        QVERIFY(!exists(path("nowhere")));
-        QCOMPARE(readFile(path("b")), QByteArray("b"));
+        QVERIFY(!pathExists(path("nowhere")));
+        QCOMPARE(readBytes(path("b")), QByteArray("b"));
 
         result = run(&FinderCommunicator::doRemoveFiles, {path("gone")});
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("gone")});
     }
 
     // A sub-folder of the item as the destination: refused by the tools, nothing made or lost.
-    void intoItselfIsRefused_data()
-    {
-        QTest::addColumn<bool>("move");
-        QTest::newRow("copy") << false;
-        QTest::newRow("move") << true;
-    }
+    void intoItselfIsRefused_data() { copyOrMoveRows(); }
     void intoItselfIsRefused()
     {
         QFETCH(bool, move);
         QVERIFY(makeFolders(path("f/sub")));
-        QVERIFY(writeFile(path("f/file"), "f"));
+        QVERIFY(writeBytes(path("f/file"), "f"));
         const FileOperationResult result =
             run(move ? &FinderCommunicator::doMoveFiles : &FinderCommunicator::doCopyFiles, {path("f/sub"), path("f")});
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("f")});
         QVERIFY2(result.error.contains(QStringLiteral("itself")), qPrintable(result.error));
         QCOMPARE(listFolder(path("f/sub")), QByteArrayList());
-        QCOMPARE(readFile(path("f/file")), QByteArray("f"));
+        QCOMPARE(readBytes(path("f/file")), QByteArray("f"));
     }
 
     // A relative path would be taken from whatever folder the program runs in.
     void relativePathsAreRefused()
     {
-        QVERIFY(writeFile(path("a"), "a"));
+        QVERIFY(writeBytes(path("a"), "a"));
         QVERIFY(QDir::setCurrent(m_dir->path()));
         FileOperationResult result = run(&FinderCommunicator::doRemoveFiles, {"a"});
         QCOMPARE(result.failedPaths, QList<QByteArray>{"a"});
@@ -395,8 +335,8 @@ private slots:
         QVERIFY(makeFolders(path("sub")));
         result = run(&FinderCommunicator::doCopyFiles, {"sub", path("a")});
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("a")});
-        QVERIFY(!exists(path("sub/a")));
-        QCOMPARE(readFile(path("a")), QByteArray("a"));
+        QVERIFY(!pathExists(path("sub/a")));
+        QCOMPARE(readBytes(path("a")), QByteArray("a"));
         QVERIFY(QDir::setCurrent(QDir::tempPath()));
     }
 
@@ -417,26 +357,12 @@ private slots:
         if (dest.isEmpty())
             QSKIP("no tmpfs could be mounted (needs root and mount rights), so no read-only folder a root process "
                   "cannot write");
-        QVERIFY(writeFile(path("item"), "item"));
+        QVERIFY(writeBytes(path("item"), "item"));
         const FileOperationResult result = run(&FinderCommunicator::doMoveFiles, {dest, path("item")});
         QCOMPARE(result.failedPaths, QList<QByteArray>{path("item")});
         QVERIFY2(result.error.contains(QStringLiteral("Read-only file system")), qPrintable(result.error));
         QVERIFY(!result.error.contains(QStringLiteral("mv: ")));
-        QCOMPARE(readFile(path("item")), QByteArray("item"));
-    }
-
-    void moveAcrossFileSystems()
-    {
-        const QByteArray dest = mountTmpfs("other");
-        if (dest.isEmpty())
-            QSKIP("no tmpfs could be mounted (needs root and mount rights): the move across file systems is untested");
-        makeSources(path("src"));
-        const FileOperationResult result =
-            run(&FinderCommunicator::doMoveFiles, QList<QByteArray>{dest} + sourcePaths(path("src")));
-        QVERIFY2(result.success, qPrintable(result.error));
-        verifyCopied(dest);
-        for (const QByteArray& source : sourcePaths(path("src")))
-            QVERIFY(!exists(source));
+        QCOMPARE(readBytes(path("item")), QByteArray("item"));
     }
 
     void trashFollowsTheFreedesktopTrash()
@@ -446,12 +372,12 @@ private slots:
         const FileOperationResult result = run(&FinderCommunicator::doRemoveFiles, items);
         QVERIFY2(result.success, qPrintable(result.error));
         for (const QByteArray& item : items)
-            QVERIFY(!exists(item));
+            QVERIFY(!pathExists(item));
         // Each item has its .trashinfo naming the original path, percent-encoded byte by byte.
         QList<QByteArray> originals;
         for (const QByteArray& name : listFolder(trashFolder() + "/info")) {
             QVERIFY(name.endsWith(".trashinfo"));
-            const QByteArray info = readFile(trashFolder() + "/info/" + name);
+            const QByteArray info = readBytes(trashFolder() + "/info/" + name);
             QVERIFY(info.startsWith("[Trash Info]\n"));
             const qsizetype at = info.indexOf("\nPath=");
             QVERIFY(at > 0);
@@ -463,7 +389,7 @@ private slots:
         QList<QByteArray> expected = items;
         std::sort(expected.begin(), expected.end());
         QCOMPARE(originals, expected);
-        QCOMPARE(readFile(trashFolder() + "/files/bad-\xff\xfe-name"), QByteArray("content of bad-\xff\xfe-name"));
+        QCOMPARE(readBytes(trashFolder() + "/files/bad-\xff\xfe-name"), QByteArray("content of bad-\xff\xfe-name"));
     }
 
     void trashRefusedKeepsTheItem()
@@ -472,8 +398,8 @@ private slots:
         if (other.isEmpty())
             QSKIP("no tmpfs could be mounted (needs root and mount rights): a Trash-less file system is untested");
         // gio keeps no Trash on a tmpfs; the item must stay, never be deleted, and the others go on.
-        QVERIFY(writeFile(other + "/keep\xff", "kept"));
-        QVERIFY(writeFile(path("home-item"), "h"));
+        QVERIFY(writeBytes(other + "/keep\xff", "kept"));
+        QVERIFY(writeBytes(path("home-item"), "h"));
         const FileOperationResult result =
             run(&FinderCommunicator::doRemoveFiles, {other + "/keep\xff", path("home-item")});
         QVERIFY(!result.success);
@@ -481,23 +407,23 @@ private slots:
         QVERIFY2(result.error.startsWith(QFile::decodeName(other + "/keep\xff") + QStringLiteral(": ")),
                  qPrintable(result.error));
         QVERIFY(!result.error.contains(QStringLiteral("file://")));
-        QCOMPARE(readFile(other + "/keep\xff"), QByteArray("kept"));
-        QVERIFY(!exists(path("home-item")));
-        QVERIFY(exists(trashFolder() + "/files/home-item"));
+        QCOMPARE(readBytes(other + "/keep\xff"), QByteArray("kept"));
+        QVERIFY(!pathExists(path("home-item")));
+        QVERIFY(pathExists(trashFolder() + "/files/home-item"));
     }
 
     void scriptThatCannotWorkFailsEveryItem()
     {
         QVERIFY(m_communicator->checkRemoveFilesScript());
-        QVERIFY(
-            writeFile(QFile::encodeName(m_communicator->removeFilesScriptURL()), "echo 'no Trash here' >&2; exit 4\n"));
-        QVERIFY(writeFile(path("x"), "x"));
+        QVERIFY(writeBytes(QFile::encodeName(m_communicator->removeFilesScriptURL()),
+                           "echo 'no Trash here' >&2; exit 4\n"));
+        QVERIFY(writeBytes(path("x"), "x"));
         const FileOperationResult result = run(&FinderCommunicator::doRemoveFiles, {path("x"), path("y")});
         QVERIFY(!result.success);
         QCOMPARE(result.failedPaths, (QList<QByteArray>{path("x"), path("y")}));
         QCOMPARE(result.error, QFile::decodeName(path("x")) + QStringLiteral(": no Trash here\n") +
                                    QFile::decodeName(path("y")) + QStringLiteral(": no Trash here"));
-        QVERIFY(exists(path("x")));
+        QVERIFY(pathExists(path("x")));
     }
 };
 

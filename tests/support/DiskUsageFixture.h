@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Files.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -15,11 +17,7 @@ namespace DiskUsageFixture {
 
 inline bool writeFile(const QString& path, qint64 length, char fill = 'x')
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    return file.write(QByteArray(length, fill)) == length;
+    return ::writeFile(path, QByteArray(length, fill));
 }
 
 inline quint64 allocated(const QString& path)
@@ -35,9 +33,9 @@ inline quint64 allocated(const QString& path)
 inline quint64 findAllocatedSum(const QString& root)
 {
     QProcess find;
-    find.start(QStringLiteral("find"), {root, QStringLiteral("-mindepth"), QStringLiteral("1"), QStringLiteral("-xdev"),
-                                        QStringLiteral("!"), QStringLiteral("-type"), QStringLiteral("d"),
-                                        QStringLiteral("-printf"), QStringLiteral("%b\\n")});
+    find.start(QStringLiteral("find"),
+               {root, QStringLiteral("-mindepth"), QStringLiteral("1"), QStringLiteral("-xdev"), QStringLiteral("!"),
+                QStringLiteral("-type"), QStringLiteral("d"), QStringLiteral("-printf"), QStringLiteral("%b\\n")});
     find.waitForFinished(-1);
     quint64 total = 0;
     for (const QByteArray& line : find.readAllStandardOutput().split('\n'))

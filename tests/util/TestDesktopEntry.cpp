@@ -1,3 +1,4 @@
+#include "support/Files.h"
 #include "util/DesktopEntry.h"
 
 #include <QFile>
@@ -25,12 +26,9 @@ private Q_SLOTS:
         QFETCH(QString, argument);
         QTemporaryDir dir;
         const QString path = dir.filePath("x.desktop");
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(("[Other]\nExec=wrong\n[Desktop Entry]\nName=X\n# Exec=comment\nExec=" +
-                 DesktopEntry::execQuoted(argument) + " --flag %F\n[Desktop Action a]\nExec=other\n")
-                    .toUtf8());
-        f.close();
+        QVERIFY(writeFile(path, ("[Other]\nExec=wrong\n[Desktop Entry]\nName=X\n# Exec=comment\nExec=" +
+                                 DesktopEntry::execQuoted(argument) + " --flag %F\n[Desktop Action a]\nExec=other\n")
+                                    .toUtf8()));
         const auto entry = DesktopEntry::read(path);
         QCOMPARE(entry.value("Name"), QStringLiteral("X"));
         QCOMPARE(DesktopEntry::execArguments(entry.value("Exec")), QStringList({argument, "--flag", "%F"}));
@@ -39,11 +37,8 @@ private Q_SLOTS:
     void valuesAreUnescaped()
     {
         QTemporaryDir dir;
-        QFile f(dir.filePath("y.desktop"));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("[Desktop Entry]\nComment=a\\sb\\nc\\\\d\nHidden = true\n");
-        f.close();
-        const auto entry = DesktopEntry::read(f.fileName());
+        QVERIFY(writeFile(dir.filePath("y.desktop"), "[Desktop Entry]\nComment=a\\sb\\nc\\\\d\nHidden = true\n"));
+        const auto entry = DesktopEntry::read(dir.filePath("y.desktop"));
         QCOMPARE(entry.value("Comment"), QStringLiteral("a b\nc\\d"));
         QCOMPARE(entry.value("Hidden"), QStringLiteral("true"));
         QVERIFY(DesktopEntry::read(dir.filePath("missing.desktop")).isEmpty());

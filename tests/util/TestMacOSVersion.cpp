@@ -1,3 +1,4 @@
+#include "support/Files.h"
 #include "util/MacOSVersion.h"
 
 #include <QTemporaryDir>
@@ -55,14 +56,11 @@ private Q_SLOTS:
     {
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("SystemVersion.plist"));
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(R"(<?xml version="1.0" encoding="UTF-8"?>
+        QVERIFY(writeFile(path, R"(<?xml version="1.0" encoding="UTF-8"?>
 <plist version="1.0"><dict>
 <key>ProductName</key><string>Mac OS X</string>
 <key>ProductVersion</key><string>10.13.6</string>
-</dict></plist>)");
-        f.close();
+</dict></plist>)"));
         QCOMPARE(MacOSVersion::readProductVersion(path).value_or(QString()), QStringLiteral("10.13.6"));
         const MacOSVersion v(MacOSVersion::readProductVersion(path));
         QVERIFY(v.is_10_9_orHigher() && v.is_10_13_orHigher());

@@ -3,6 +3,7 @@
 #include "diskusage/PathsGenerator.h"
 #include "gui/diskusage/AdBasedOnSpotlightVC.h"
 #include "support/DiskUsageFixture.h"
+#include "support/Files.h"
 #include "support/ManualClock.h"
 #include "util/VolumeName.h"
 
@@ -85,8 +86,8 @@ private slots:
         QCOMPARE(sizeText(vc, "junkFilesSizeLabel"), QStringLiteral("..."));
         QVERIFY(!vc.findChild<QPushButton*>("junkFilesSizeLabel")->isEnabled());
 
-        m_manager->notifyDelegatAboutInfo({{"CachesSize", 1000000ull}, {"DownloadsSize", 2000000ull}, {"TrashSize", 3000000ull}},
-                                          ScanJunk);
+        m_manager->notifyDelegatAboutInfo(
+            {{"CachesSize", 1000000ull}, {"DownloadsSize", 2000000ull}, {"TrashSize", 3000000ull}}, ScanJunk);
         m_manager->notifyDelegatAboutInfo({{"Size", 40000000ull}, {"Count", 3ull}}, ScanLargeAndOld);
         m_manager->notifyDelegatAboutInfo({{"Size", 500000000ull}, {"Count", 12ull}}, ScanApplications);
         QCOMPARE(sizeText(vc, "junkFilesSizeLabel"), VolumeName::stringFromSize(6000000));
@@ -96,9 +97,9 @@ private slots:
         QVERIFY(vc.isScanning());
         QCOMPARE(shown(review), QStringLiteral("Scanning......"));
 
-        m_manager->notifyDelegatAboutInfo({{"Size", 7000000ull}, {"Count", 2ull}, {"VerifiedSize", 7000000ull},
-                                           {"VerifiedCount", 2ull}},
-                                          ScanDuplicates);
+        m_manager->notifyDelegatAboutInfo(
+            {{"Size", 7000000ull}, {"Count", 2ull}, {"VerifiedSize", 7000000ull}, {"VerifiedCount", 2ull}},
+            ScanDuplicates);
         QCOMPARE(total(vc), VolumeName::stringFromSize(553000000));
         QCOMPARE(shown(review), QStringLiteral("Review & Clean Up"));
         QVERIFY(review->isEnabled());
@@ -193,7 +194,8 @@ private slots:
         QVERIFY(!details->isVisible());
         QVERIFY(vc.findChild<QWidget*>("overviewBody")->isVisible());
         QVERIFY(m_manager->isScanning(ScanDuplicates));
-        QCOMPARE(shown(vc.findChild<QWidget*>("overview")->findChild<QPushButton*>("reviewButton")), QStringLiteral("Scanning......"));
+        QCOMPARE(shown(vc.findChild<QWidget*>("overview")->findChild<QPushButton*>("reviewButton")),
+                 QStringLiteral("Scanning......"));
     }
 
     // The last viewed category is kept and reopened by the review button once it can be shown.
@@ -266,11 +268,7 @@ private slots:
         auto* tool = vc.detailView(2)->findChild<QPushButton*>("getAppButton");
         QVERIFY(!tool->isVisible());
 
-        QFile fake(bin.filePath("baobab"));
-        QVERIFY(fake.open(QIODevice::WriteOnly));
-        fake.write("#!/bin/sh\n");
-        fake.close();
-        fake.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QVERIFY(writeScript(bin.filePath("baobab"), "#!/bin/sh\n"));
         vc.detailView(2)->findChild<QAbstractButton*>("backButton")->click();
         vc.showCategory(2);
         QVERIFY(tool->isVisible());

@@ -1,7 +1,8 @@
 #include "core/Texts.h"
 #include "gui/hidden/AccessAlerts.h"
-#include "hidden/HiddenManagerLocalizable.h"
 #include "gui/hidden/InformationAboutAccessAlertsWC.h"
+#include "hidden/HiddenManagerLocalizable.h"
+#include "support/Files.h"
 
 #include <QApplication>
 #include <QFile>
@@ -182,10 +183,7 @@ private Q_SLOTS:
         QCOMPARE(alert->informativeText(), HiddenManagerLocalizable::accessNotGrantedForAccessibilityMessage());
         // This desktop's settings program, as a stand-in found on PATH.
         QTemporaryDir bin;
-        QFile program(bin.filePath("gnome-control-center"));
-        QVERIFY(program.open(QIODevice::WriteOnly));
-        program.close();
-        QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        QVERIFY(writeScript(bin.filePath("gnome-control-center"), {}));
         const QByteArray path = qgetenv("PATH");
         qputenv("PATH", QFile::encodeName(bin.path()) + ':' + path);
         qputenv("XDG_CURRENT_DESKTOP", "GNOME");

@@ -10,6 +10,7 @@
 #include "hidden/Preferences.h"
 #include "login/RunAtLoginManager.h"
 #include "support/ControllerFixture.h"
+#include "support/Files.h"
 #include "support/HiddenFakeScriptRunner.h"
 #include "util/DesktopEntry.h"
 
@@ -339,10 +340,8 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(configHome() + QStringLiteral("/autostart/") + kLauncherEntry));
 
         // An entry the system installs is turned off by a user entry that hides it.
-        QFile system(m_systemConfig + QStringLiteral("/autostart/") + kLauncherEntry);
-        QVERIFY(system.open(QIODevice::WriteOnly));
-        system.write("[Desktop Entry]\nType=Application\nName=Trovix\nExec=/bin/true\n");
-        system.close();
+        QVERIFY(writeFile(m_systemConfig + QStringLiteral("/autostart/") + kLauncherEntry,
+                          "[Desktop Entry]\nType=Application\nName=Trovix\nExec=/bin/true\n"));
         open();
         QVERIFY(w.btnPrefAutoStart()->isChecked());
         w.btnPrefAutoStart()->click();
@@ -355,9 +354,8 @@ private Q_SLOTS:
         start();
         PreferencesWindow& w = open();
         // A file where the folder should be stops even the superuser.
-        QFile blocker(configHome() + QStringLiteral("/autostart"));
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
+        const QString blocker = configHome() + QStringLiteral("/autostart");
+        QVERIFY(writeFile(blocker, {}));
         AlertAnswerer alert;
         alert.arm();
         w.btnPrefAutoStart()->click();
@@ -367,7 +365,7 @@ private Q_SLOTS:
         QCOMPARE(alert.informativeText, QStringLiteral("Couldn't add Helper App to launch at login item list."));
         QVERIFY(!w.btnPrefAutoStart()->isChecked()); // shows what is in effect
         QVERIFY(!desktopWouldStart(m_systemConfig, kLauncherEntry));
-        QFile::remove(blocker.fileName());
+        QFile::remove(blocker);
 
         if (geteuid() == 0)
             QSKIP("a read-only folder does not stop the superuser; the removal failure needs another user");

@@ -11,6 +11,7 @@
 #include "hidden/Preferences.h"
 #include "search/FileManagerBus.h"
 #include "support/HiddenFakeScriptRunner.h"
+#include "support/RawFiles.h"
 #include "support/SearchTreeFixture.h"
 
 #include <QClipboard>
@@ -64,23 +65,6 @@ private Q_SLOTS:
 private:
     QByteArray src(const QByteArray& name) const { return m_tree->path("src/" + name); }
     QByteArray dest(const QByteArray& name) const { return m_tree->path("dest/" + name); }
-    // By the path's own bytes: a decoded name would not find a name that is not UTF-8.
-    static QByteArray contents(const QByteArray& path)
-    {
-        const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0)
-            return "<missing>";
-        QByteArray out(1 << 16, '\0');
-        const ssize_t n = ::read(fd, out.data(), static_cast<size_t>(out.size()));
-        ::close(fd);
-        out.resize(n < 0 ? 0 : n);
-        return out;
-    }
-    static bool exists(const QByteArray& path)
-    {
-        struct stat info;
-        return ::lstat(path.constData(), &info) == 0;
-    }
     QList<QByteArray> runAction(const std::function<void()>& action)
     {
         QSignalSpy finished(m_w->window.get(), &SearchResultWC::actionFinished);
@@ -89,7 +73,6 @@ private:
             return {"<no end>"};
         return finished.first().at(1).value<QList<QByteArray>>();
     }
-    QByteArray trashFolder() const { return QFile::encodeName(qEnvironmentVariable("XDG_DATA_HOME")) + "/Trash"; }
     std::unique_ptr<SearchTreeFixture> m_tree;
     std::unique_ptr<SearchWindowFixture> m_w;
 };
@@ -102,11 +85,11 @@ void TestSearchResultActions::moveRemovesOnlyTheRowsReallyMovedAndNeverOverwrite
     const QList<QByteArray> failed = runAction([&] { w.moveToFolderMenuItemPressed(); });
     QCOMPARE(m_w->fake.folderPrompts, QStringList{QStringLiteral("Move")});
     QCOMPARE(failed, QList<QByteArray>{src("quasar-b.txt")});
-    QVERIFY(!exists(src("quasar-a.txt")));
-    QCOMPARE(contents(dest("quasar-a.txt")), QByteArray("A"));
+    QVERIFY(!pathExists(src("quasar-a.txt")));
+    QCOMPARE(readBytes(dest("quasar-a.txt")), QByteArray("A"));
     // The clash: neither file was touched.
-    QCOMPARE(contents(src("quasar-b.txt")), QByteArray("B"));
-    QCOMPARE(contents(dest("quasar-b.txt")), QByteArray("keep"));
+    QCOMPARE(readBytes(src("quasar-b.txt")), QByteArray("B"));
+    QCOMPARE(readBytes(dest("quasar-b.txt")), QByteArray("keep"));
     QVERIFY(!m_w->shownNames().contains(QStringLiteral("quasar-a.txt")));
     QVERIFY(m_w->shownNames().contains(QStringLiteral("quasar-b.txt")));
     QCOMPARE(m_w->manager.getSearchResultArray().size(), 3);
@@ -128,9 +111,9 @@ void TestSearchResultActions::copyKeepsTheRowsAndNeverOverwrites()
     const QList<QByteArray> failed = runAction([&] { w.copyActionButtonPressed(); });
     QCOMPARE(m_w->fake.folderPrompts, QStringList{QStringLiteral("Copy")});
     QCOMPARE(failed, QList<QByteArray>{src("quasar-b.txt")});
-    QCOMPARE(contents(src("quasar-a.txt")), QByteArray("A"));
-    QCOMPARE(contents(dest("quasar-a.txt")), QByteArray("A"));
-    QCOMPARE(contents(dest("quasar-b.txt")), QByteArray("keep"));
+    QCOMPARE(readBytes(src("quasar-a.txt")), QByteArray("A"));
+    QCOMPARE(readBytes(dest("quasar-a.txt")), QByteArray("A"));
+    QCOMPARE(readBytes(dest("quasar-b.txt")), QByteArray("keep"));
     QCOMPARE(m_w->shownNames().size(), 4);
     QTRY_COMPARE(m_w->fake.titles().last(), QStringLiteral("Some files could not be copied"));
 }
@@ -149,7 +132,7 @@ void TestSearchResultActions::copyIntoItselfIsRefused()
     QCOMPARE(m_w->fake.asked.first().buttons, QStringList{QStringLiteral("OK")});
     QTest::qWait(100);
     QCOMPARE(finished.size(), 0);
-    QVERIFY(!exists(src("quasar-dir/quasar-dir")));
+    QVERIFY(!pathExists(src("quasar-dir/quasar-dir")));
 
     m_w->fake.asked.clear();
     w.moveToFolderMenuItemPressed();
@@ -174,7 +157,7 @@ void TestSearchResultActions::movingPackageContentsAsksFirstCopyingDoesNot()
     const QList<QByteArray> failed = runAction([&] { w.copyToFolderMenuItemPressed(); });
     QVERIFY(failed.isEmpty());
     QCOMPARE(m_w->fake.asked.size(), 1);
-    QCOMPARE(contents(dest("quasar-pkg.txt")), QByteArray("P"));
+    QCOMPARE(readBytes(dest("quasar-pkg.txt")), QByteArray("P"));
 }
 
 void TestSearchResultActions::deleteKeyTrashesAfterTheQuestion()
@@ -190,9 +173,9 @@ void TestSearchResultActions::deleteKeyTrashesAfterTheQuestion()
     QCOMPARE(m_w->fake.asked.first().buttons, (QStringList{QStringLiteral("Yes"), QStringLiteral("No")}));
     QVERIFY(m_w->fake.asked.first().suppressionBox);
     QVERIFY(failed.isEmpty());
-    QVERIFY(!exists(src("quasar-a.txt")));
-    QCOMPARE(contents(trashFolder() + "/files/quasar-a.txt"), QByteArray("A"));
-    QVERIFY(exists(trashFolder() + "/info/quasar-a.txt.trashinfo"));
+    QVERIFY(!pathExists(src("quasar-a.txt")));
+    QCOMPARE(readBytes(trashFolder() + "/files/quasar-a.txt"), QByteArray("A"));
+    QVERIFY(pathExists(trashFolder() + "/info/quasar-a.txt.trashinfo"));
     QVERIFY(!m_w->shownNames().contains(QStringLiteral("quasar-a.txt")));
     QCOMPARE(m_w->manager.getSearchResultArray().size(), 3);
     QVERIFY(!m_w->settings.standard.boolForKey(SettingsKey::DontShowDeleteAlertDialog));
@@ -206,7 +189,7 @@ void TestSearchResultActions::deleteKeyTrashesAfterTheQuestion()
     QTest::keyClick(w.tableView(), Qt::Key_Backspace, Qt::ControlModifier);
     QCOMPARE(m_w->fake.asked.size(), 2);
     QTest::qWait(100);
-    QVERIFY(exists(src("quasar-b.txt")));
+    QVERIFY(pathExists(src("quasar-b.txt")));
     QVERIFY(m_w->shownNames().contains(QStringLiteral("quasar-b.txt")));
     QVERIFY(!m_w->settings.standard.boolForKey(SettingsKey::DontShowDeleteAlertDialog));
 }
@@ -226,8 +209,8 @@ void TestSearchResultActions::suppressedDeleteQuestionLeavesOnlyThePackageWarnin
     QCOMPARE(m_w->fake.titles(),
              QStringList{QStringLiteral("Are you sure you want to remove files from package contents?")});
     QCOMPARE(m_w->fake.asked.first().buttons, (QStringList{QStringLiteral("Remove"), QStringLiteral("Cancel")}));
-    QVERIFY(!exists(src("Thing.app/Contents/quasar-pkg.txt")));
-    QVERIFY(exists(trashFolder() + "/files/quasar-pkg.txt"));
+    QVERIFY(!pathExists(src("Thing.app/Contents/quasar-pkg.txt")));
+    QVERIFY(pathExists(trashFolder() + "/files/quasar-pkg.txt"));
 }
 
 void TestSearchResultActions::failedTrashKeepsTheRowAndSaysWhy()
@@ -260,8 +243,8 @@ void TestSearchResultActions::aNameThatIsNotUtf8IsTrashedByItsBytes()
     w.selectRows({row});
     m_w->settings.standard.saveBoolValue(true, SettingsKey::DontShowDeleteAlertDialog);
     QVERIFY(runAction([&] { w.removeMenuItemPressed(); }).isEmpty());
-    QVERIFY(!exists(src(bad)));
-    QCOMPARE(contents(trashFolder() + "/files/" + bad), QByteArray("bytes"));
+    QVERIFY(!pathExists(src(bad)));
+    QCOMPARE(readBytes(trashFolder() + "/files/" + bad), QByteArray("bytes"));
 }
 
 void TestSearchResultActions::keysCopyNamesAndPathsToTheClipboard()
@@ -415,7 +398,7 @@ void TestSearchResultActions::exportWritesTheShownRows()
     m_w->fake.exportFile = out.filePath(QStringLiteral("results.csv"));
     w.exportButtonPressed();
     QTRY_VERIFY(QFileInfo::exists(m_w->fake.exportFile));
-    const QList<QByteArray> lines = contents(QFile::encodeName(m_w->fake.exportFile)).trimmed().split('\n');
+    const QList<QByteArray> lines = readBytes(QFile::encodeName(m_w->fake.exportFile)).trimmed().split('\n');
     for (const QByteArray& line : lines)
         QVERIFY(line.endsWith('\r') || line == lines.last());
     QCOMPARE(lines.size(), 5);
@@ -428,7 +411,7 @@ void TestSearchResultActions::exportWritesTheShownRows()
     QByteArray expected;
     for (const SearchItemPtr& item : m_w->manager.getFilteredSearchResultArray())
         expected += item->nativeFullPath() + '\n';
-    QCOMPARE(contents(QFile::encodeName(m_w->fake.exportFile)), expected);
+    QCOMPARE(readBytes(QFile::encodeName(m_w->fake.exportFile)), expected);
 }
 
 void TestSearchResultActions::actionButtonsFollowTheSelection()

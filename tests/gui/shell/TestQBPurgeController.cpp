@@ -2,16 +2,17 @@
 #include "gui/shell/QBAppDelegate.h"
 #include "search/SearchManager.h"
 #include "support/ControllerFixture.h"
+#include "support/Files.h"
 #include "support/WriteCounter.h"
 
 #include <QApplication>
 #include <QCursor>
-#include <QScreen>
-#include <QSystemTrayIcon>
 #include <QDir>
 #include <QFile>
 #include <QMenu>
+#include <QScreen>
 #include <QSignalSpy>
+#include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
@@ -209,10 +210,8 @@ private Q_SLOTS:
     void panelSearchRunsInTheStoredLocationElseInHome()
     {
         QTemporaryDir place;
-        QVERIFY(QDir(place.path()).mkpath(QStringLiteral("Docs")));
-        QFile report(place.path() + QStringLiteral("/Docs/Quarter-Report.txt"));
-        QVERIFY(report.open(QIODevice::WriteOnly));
-        report.close();
+        const QString report = place.path() + QStringLiteral("/Docs/Quarter-Report.txt");
+        QVERIFY(writeFile(report, {}));
         m_home->settings.saveSearchLocation(QUrl::fromLocalFile(place.path()));
         SearchManager manager(m_home->center);
         auto collaborators = controllerCollaborators(*m_home);
@@ -225,7 +224,7 @@ private Q_SLOTS:
         QCOMPARE(manager.searchLocation(), place.path());
         QCOMPARE(manager.searchTemplate(), QStringLiteral("REPORT"));
         QCOMPARE(manager.getSearchResultArray().size(), 1);
-        QCOMPARE(manager.getSearchResultArray().constFirst()->fullFileNameWithPath(), report.fileName());
+        QCOMPARE(manager.getSearchResultArray().constFirst()->fullFileNameWithPath(), report);
 
         // A stored folder that has gone: the search runs in home instead.
         QVERIFY(place.remove());
@@ -268,11 +267,7 @@ private Q_SLOTS:
     {
         QTemporaryDir root;
         const QString fakeBinary = root.filePath(QStringLiteral("trovix-download"));
-        QFile f(fakeBinary);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("#!/bin/sh\necho hi\n");
-        f.close();
-        f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QVERIFY(writeScript(fakeBinary, "#!/bin/sh\necho hi\n"));
         const QString bin = root.filePath(QStringLiteral("home dir/.local/bin"));
         const QString data = root.filePath(QStringLiteral("home dir/.local/share"));
         for (int round = 0; round < 2; ++round) { // a second copy replaces the first
@@ -280,13 +275,9 @@ private Q_SLOTS:
             QVERIFY2(result.copied, qPrintable(result.error));
             QCOMPARE(result.destination, bin + QStringLiteral("/trovix"));
         }
-        QFile copy(bin + QStringLiteral("/trovix"));
-        QVERIFY(copy.open(QIODevice::ReadOnly));
-        QCOMPARE(copy.readAll(), QByteArray("#!/bin/sh\necho hi\n"));
-        QVERIFY(copy.permissions() & QFile::ExeOwner);
-        QFile entry(data + QStringLiteral("/applications/com.quorbel.trovix.desktop"));
-        QVERIFY(entry.open(QIODevice::ReadOnly));
-        const QByteArray text = entry.readAll();
+        QCOMPARE(readFile(bin + QStringLiteral("/trovix")), QByteArray("#!/bin/sh\necho hi\n"));
+        QVERIFY(QFile::permissions(bin + QStringLiteral("/trovix")) & QFile::ExeOwner);
+        const QByteArray text = readFile(data + QStringLiteral("/applications/com.quorbel.trovix.desktop"));
         QVERIFY(text.contains("Exec=" + QFile::encodeName(bin) + "/trovix\n"));
         QVERIFY(QFile::exists(data + QStringLiteral("/icons/hicolor/scalable/apps/com.quorbel.trovix.svg")));
         QVERIFY(!QFile::exists(bin + QStringLiteral("/trovix.new")));
