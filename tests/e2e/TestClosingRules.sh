@@ -25,14 +25,6 @@ open_panel() {
   set -- $(panel)
   px=$2; py=$3; pw=$4
 }
-start_trovix() {
-  "$bin" >>"$artifacts/trovix.log" 2>&1 &
-  trovix=$!
-  track $trovix
-  wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-  set -- $(tray_icon Trovix)
-  ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
-}
 
 start_desktop
 start_wm
@@ -44,6 +36,7 @@ other=$(xdotool search --onlyvisible --class xmessage | head -n 1)
 # 1. Attached: closes when another program's window becomes active.
 seed_settings
 start_trovix
+wait_icon
 open_panel
 other_program
 wait_for "attached panel to close" '[ -z "$(panel)" ]' || fail "the attached panel stayed when another program became active"
@@ -97,6 +90,7 @@ scripts="$XDG_DATA_HOME/trovix/Scripts"
 mkdir -p "$scripts"
 printf '#!/bin/sh\nsleep 4\nexit 0\n' >"$scripts/SwitchHiddenFilesVisibility2.sh"
 start_trovix
+wait_icon
 open_panel
 click_at $(( px + pw - 47 )) $(( py + 75 ))
 sleep 0.3

@@ -40,12 +40,11 @@ seed_settings
 start_desktop
 figures="$artifacts/figures.json"
 rm -f "$figures"
-TROVIX_DISK_VIEW_FIGURES="$figures" "$bin" >"$artifacts/trovix.log" 2>&1 &
-track $!
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-set -- $(tray_icon Trovix)
+export TROVIX_DISK_VIEW_FIGURES="$figures"
+start_trovix
+wait_icon
 sleep 0.5
-click_at $(( $2 + $4 / 2 )) $(( $3 + $5 / 2 ))
+click_at $ix $iy
 wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open"
 sleep 0.5
 set -- $(panel)

@@ -9,12 +9,9 @@ seed_settings
 
 start_desktop
 start_wm
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-set -- $(tray_icon Trovix)
-click_at $(( $2 + $4 / 2 )) $(( $3 + $5 / 2 ))
+start_trovix
+wait_icon
+click_at $ix $iy
 wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open"
 set -- $(panel)
 px=$2; py=$3

@@ -25,12 +25,8 @@ export XDG_CURRENT_DESKTOP=GNOME
 gsettings set org.gtk.gtk4.Settings.FileChooser show-hidden false || fail "no GTK 4 schema"
 
 start_desktop
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-set -- $(tray_icon Trovix)
-icon_id=$1; ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
+start_trovix
+wait_icon
 sleep 1.5   # the first poll reads the state
 hidden_sum=$(icon_sum)
 

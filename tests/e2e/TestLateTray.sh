@@ -9,21 +9,17 @@ e2e_begin "$@"
 seed_settings
 
 start_x
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
+start_trovix
 wait_for "panel as a window" '[ -n "$(panel)" ]' || fail "without a tray the panel did not open as a window"
 screenshot "$artifacts/no-tray.png"
 sleep 4
 start_tray
 started=$(date +%s)
-E2E_WAIT=20 wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no icon 20 s after the tray host started"
+E2E_WAIT=20 wait_icon "no icon 20 s after the tray host started"
 echo "icon docked $(( $(date +%s) - started )) s after the tray host started"
 [ -z "$(setting main_window:state:lock)" ] || fail "the window fallback stored the lock state: $(setting main_window:state:lock)"
 
 # The window stays until the user clicks the icon, which re-attaches the panel under it.
-set -- $(tray_icon Trovix)
-ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
 click_at $ix $iy
 wait_for "panel under the icon" 'set -- $(panel) x; [ "${3:-0}" -gt "$iy" ] && [ "${3:-999}" -lt 60 ]' \
   || fail "the panel is not under the icon: $(panel)"

@@ -74,12 +74,9 @@ INI
   else
     highlight=48,140,198   # Qt's Fusion palette
   fi
-  "$bin" >>"$artifacts/trovix.log" 2>&1 &
-  trovix=$!
-  track $trovix
-  wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared ($scheme)"
-  set -- $(tray_icon Trovix)
-  click_at $(( $2 + $4 / 2 )) $(( $3 + $5 / 2 ))
+  start_trovix
+  wait_icon "no tray icon appeared ($scheme)"
+  click_at $ix $iy
   wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open ($scheme)"
   set -- $(panel)
   px=$2; py=$3; pw=$4; ph=$5

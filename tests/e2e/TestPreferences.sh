@@ -10,12 +10,8 @@ export XDG_CURRENT_DESKTOP=KDE   # the file manager is then called Dolphin in th
 
 seed_settings
 start_desktop
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-set -- $(tray_icon Trovix)
-ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
+start_trovix
+wait_icon
 wait_for "first-start defaults" '[ "$(setting PurgeAfterHugeAppQuit)" = true ]' || fail "no defaults were written"
 
 # Its title; Qt names the program after it, as desktops expect.

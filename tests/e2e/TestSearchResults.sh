@@ -21,11 +21,9 @@ n=$(count)
 [ "$n" -eq 4 ] || fail "the home holds $n matches before the start"
 
 start_desktop
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-track $!
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-set -- $(tray_icon Trovix)
-click_at $(( $2 + $4 / 2 )) $(( $3 + $5 / 2 ))
+start_trovix
+wait_icon
+click_at $ix $iy
 wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open"
 sleep 0.5
 xdotool type --delay 30 quasar

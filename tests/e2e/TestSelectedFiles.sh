@@ -21,8 +21,7 @@ mkdir -p "$dir"
 for f in "report one.txt" notes .profile profile .plan; do echo "$f" >"$dir/$f"; done
 
 start_desktop
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-track $!
+start_trovix
 wait_for "the tray program on the bus" owned || fail "the tray program did not take its bus name"
 
 send AppSyncExtensionWantsToHideSelectedFiles "$dir/report one.txt, $dir/notes"

@@ -31,9 +31,7 @@ in_top_right() { set -- $(panel) x; [ $(( ${2:-0} + ${4:-0} )) -eq 1024 ] && [ "
 start_x
 start_watcher
 xdotool mousemove 500 350
-"$bin" ShowWindowAfterStart >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
+start_trovix ShowWindowAfterStart
 wait_for "registration" 'registered 1' || fail "the icon did not register with the watcher"
 wait_for "panel" '[ -n "$(panel)" ]' || fail "ShowWindowAfterStart did not open the panel"
 in_top_right || fail "ShowWindowAfterStart opened the panel at $(panel), not in the top-right corner"

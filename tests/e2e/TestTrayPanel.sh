@@ -11,12 +11,8 @@ e2e_begin "$@"
 seed_settings '"PanelWindowSateIsDetailed": true'
 
 start_desktop
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "no tray icon appeared"
-set -- $(tray_icon Trovix)
-ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
+start_trovix
+wait_icon
 sleep 0.5
 screenshot "$artifacts/tray.png"
 

@@ -16,12 +16,8 @@ wait_for "weston" '[ -S "$XDG_RUNTIME_DIR/$socket" ]' || fail "the Wayland compo
 export WAYLAND_DISPLAY="$socket" XDG_SESSION_TYPE=wayland
 unset QT_QPA_PLATFORM
 
-"$bin" >"$artifacts/trovix.log" 2>&1 &
-trovix=$!
-track $trovix
-wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "the icon did not dock in the X tray"
-set -- $(tray_icon Trovix)
-ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
+start_trovix
+wait_icon "the icon did not dock in the X tray"
 click_at $ix $iy
 wait_for "panel" '[ -n "$(panel)" ]' || fail "the panel did not open on the X display"
 set -- $(panel)

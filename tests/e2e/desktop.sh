@@ -10,6 +10,7 @@ e2e_begin() {
   bin=$1
   artifacts=$2
   mkdir -p "$artifacts"
+  : >"$artifacts/trovix.log"
   trap stop_desktop EXIT
   trap "exit 1" INT TERM
 }
@@ -20,6 +21,19 @@ seed_settings() {
   mkdir -p "$XDG_CONFIG_HOME/trovix"
   printf '{ "KEY_welcomeDialogDisplayed": true, "suppressAlertMoveHalvexToApplications": true%s }\n' \
     "${1:+, $1}" >"$XDG_CONFIG_HOME/trovix/com.quorbel.trovix.json"
+}
+
+# Starts the program (with ARGS) logging into the artifacts (each start adds to the log); its pid is $trovix.
+start_trovix() {
+  "$bin" "$@" >>"$artifacts/trovix.log" 2>&1 &
+  trovix=$!
+  track $trovix
+}
+# Waits for the tray icon (failing with MESSAGE) and sets icon_id and the icon's centre ix, iy.
+wait_icon() {
+  wait_for "tray icon" '[ -n "$(tray_icon Trovix)" ]' || fail "${1:-no tray icon appeared}"
+  set -- $(tray_icon Trovix)
+  icon_id=$1; ix=$(( $2 + $4 / 2 )); iy=$(( $3 + $5 / 2 ))
 }
 
 start_desktop() {
