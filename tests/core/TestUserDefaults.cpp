@@ -333,10 +333,8 @@ private Q_SLOTS:
         QVERIFY(ownedByTheUnprivilegedUser(own));
         const QString file = own.filePath(QStringLiteral("domain.json"));
         const QString failure = runUnprivileged([&]() -> QString {
-            QFile f(file);
-            if (!f.open(QIODevice::WriteOnly) || f.write("{\"keep\": 5}") < 0)
+            if (!writeFile(file, "{\"keep\": 5}"))
                 return QStringLiteral("cannot write the file");
-            f.close();
             ::chmod(QFile::encodeName(file).constData(), 0);
             QByteArray said;
             bool wrote = true;
@@ -399,10 +397,8 @@ private Q_SLOTS:
         QVERIFY(ownedByTheUnprivilegedUser(own));
         const QString file = own.filePath(QStringLiteral("domain.json"));
         const QString failure = runUnprivileged([&]() -> QString {
-            QFile f(file);
-            if (!f.open(QIODevice::WriteOnly) || f.write("{\"keep\": tru") < 0)
+            if (!writeFile(file, "{\"keep\": tru"))
                 return QStringLiteral("cannot write the file");
-            f.close();
             // A folder that cannot take the renamed file.
             ::chmod(QFile::encodeName(own.path()).constData(), 0500);
             UserDefaults d(file);

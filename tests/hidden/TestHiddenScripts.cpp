@@ -167,6 +167,18 @@ class TestHiddenScripts : public QObject
         return pid;
     }
 
+    // A stand-in Nemo on the fake desktop of a Cinnamon session where every setting says "hidden"; its pid.
+    qint64 startNemo(FakeDesktop& desktop, const QStringList& args)
+    {
+        setUpFakeDesktop(desktop);
+        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
+        setAll(false);
+        const qint64 nemo = startFake(desktop, "nemo", args);
+        if (nemo > 0 && !QTest::qWaitFor([&] { return !desktop.read("pid").isEmpty(); }))
+            return 0;
+        return nemo;
+    }
+
     QString lockFile() const { return qEnvironmentVariable("XDG_RUNTIME_DIR") + "/trovix-hidden.lock"; }
 
     // The home folder as a file manager lists it: dot-names first (byte order) when hidden files show,
@@ -474,12 +486,8 @@ private Q_SLOTS:
     void nemoWindowsFollowTheirShortcut()
     {
         FakeDesktop desktop;
-        setUpFakeDesktop(desktop);
-        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
-        setAll(false);
-        const qint64 nemo = startFake(desktop, "nemo", {"/some folder"});
+        const qint64 nemo = startNemo(desktop, {"/some folder"});
         QVERIFY(nemo > 0);
-        QTRY_VERIFY(!desktop.read("pid").isEmpty());
         // 101 shows what the setting held; 102 was toggled by hand since; 103 is a dialog; 104 is minimised.
         desktop.write("windows", QStringLiteral("101 %1\n102 %1\n103 %1\n104 %1\n").arg(nemo).toUtf8());
         desktop.write("dialogs", "103\n");
@@ -528,10 +536,7 @@ private Q_SLOTS:
     void windowThatIgnoresTheKeyFailsTheSwitch()
     {
         FakeDesktop desktop;
-        setUpFakeDesktop(desktop);
-        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
-        setAll(false);
-        const qint64 nemo = startFake(desktop, "nemo", {});
+        const qint64 nemo = startNemo(desktop, {});
         QVERIFY(nemo > 0);
         desktop.write("windows", QStringLiteral("101 %1\n102 %1\n").arg(nemo).toUtf8());
         desktop.write("deaf", "102\n");
@@ -554,14 +559,10 @@ private Q_SLOTS:
     void waylandNemoIsRelaunched()
     {
         FakeDesktop desktop;
-        setUpFakeDesktop(desktop);
-        qputenv("XDG_CURRENT_DESKTOP", "X-Cinnamon");
-        setAll(false);
         qputenv("WAYLAND_DISPLAY", "wayland-0");
-        const qint64 nemo = startFake(desktop, "nemo", {"/a folder"});
+        const qint64 nemo = startNemo(desktop, {"/a folder"});
         qunsetenv("WAYLAND_DISPLAY");
         QVERIFY(nemo > 0);
-        QTRY_VERIFY(!desktop.read("pid").isEmpty());
         desktop.write("windows", QStringLiteral("101 %1\n").arg(nemo).toUtf8());
         desktop.write("active", "200\n");
 
