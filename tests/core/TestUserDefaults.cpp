@@ -1,6 +1,7 @@
 #include "core/NotificationCenter.h"
 #include "core/UserDefaults.h"
 #include "support/Files.h"
+#include "support/StderrCapture.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,7 +10,6 @@
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTemporaryFile>
 #include <QTest>
 #include <QUrl>
 
@@ -30,23 +30,6 @@ ino_t inodeOf(const QString& path)
     };
     return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_ino : 0;
 }
-// What fn writes to standard error.
-QByteArray stderrOf(const std::function<void()>& fn)
-{
-    QTemporaryFile capture;
-    if (!capture.open())
-        return "cannot capture";
-    std::fflush(stderr);
-    const int saved = ::dup(STDERR_FILENO);
-    ::dup2(capture.handle(), STDERR_FILENO);
-    fn();
-    std::fflush(stderr);
-    ::dup2(saved, STDERR_FILENO);
-    ::close(saved);
-    capture.seek(0);
-    return capture.readAll();
-}
-
 constexpr uid_t kNobody = 65534;
 
 // Runs fn as an unprivileged user (root reads every file whatever its mode): in a child process when

@@ -1,10 +1,10 @@
 #include "platform/linux/ProcMemInfo.h"
 #include "support/Files.h"
+#include "support/StderrCapture.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTemporaryFile>
 #include <QTest>
 
 #include <cstdio>
@@ -20,23 +20,6 @@ QByteArray fixture(const QString& name)
     if (!f.open(QIODevice::ReadOnly))
         qFatal("missing fixture %s", qPrintable(name));
     return f.readAll();
-}
-
-// What f writes to standard error.
-template <typename F> QByteArray stderrOf(F f)
-{
-    QTemporaryFile file;
-    if (!file.open())
-        return "no temporary file";
-    std::fflush(stderr);
-    const int saved = ::dup(2);
-    ::dup2(file.handle(), 2);
-    f();
-    std::fflush(stderr);
-    ::dup2(saved, 2);
-    ::close(saved);
-    file.seek(0);
-    return file.readAll();
 }
 
 constexpr quint64 KiB = 1024;
