@@ -181,7 +181,13 @@ QVariantMap NameIndexService::State()
     map.insert(QStringLiteral("nameBytes"), s.nameBytes);
     map.insert(QStringLiteral("memoryBytes"), s.memoryBytes);
     map.insert(QStringLiteral("watches"), s.watches);
+    map.insert(QStringLiteral("watchBudget"), s.watchBudget);
+    map.insert(QStringLiteral("marks"), s.marks);
+    map.insert(QStringLiteral("markBudget"), s.markBudget);
+    map.insert(QStringLiteral("marksProblem"), s.marksProblem);
     map.insert(QStringLiteral("unwatchedFolders"), s.unwatchedFolders);
+    map.insert(QStringLiteral("sweepIntervalMsecs"), s.sweepIntervalMsecs);
+    map.insert(QStringLiteral("sweepsKeepUp"), s.sweepsKeepUp);
     map.insert(QStringLiteral("lastSweep"), s.lastSweepMsecs);
     map.insert(QStringLiteral("sweeps"), s.sweeps);
     map.insert(QStringLiteral("sweepMsecs"), s.lastSweepDurationMsecs);
