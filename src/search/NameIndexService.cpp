@@ -49,6 +49,11 @@ bool NameIndexService::startFromSettings(const UserDefaults& defaults)
     const QByteArray root =
         defaults.getBoolValueForKey(wholeDiskKey(), false) ? QByteArray("/") : QFile::encodeName(QDir::homePath());
     options.rootPath = SearchPaths::cleanFolder(root).toStdString();
+    // For measurements (bench/index.sh): how many inotify watches and fanotify marks the index may use.
+    if (qEnvironmentVariableIsSet("TROVIX_INDEX_WATCHES"))
+        options.watchLimit = qEnvironmentVariableIntValue("TROVIX_INDEX_WATCHES");
+    if (qEnvironmentVariableIsSet("TROVIX_INDEX_MARKS"))
+        options.markLimit = qEnvironmentVariableIntValue("TROVIX_INDEX_MARKS");
     start(options);
     return true;
 }

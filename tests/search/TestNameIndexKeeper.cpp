@@ -8,8 +8,11 @@
 #include <QtTest>
 
 #include <cstdio>
+
 #include <mutex>
+#include <sched.h>
 #include <set>
+#include <sys/mount.h>
 
 namespace {
 
@@ -493,6 +496,23 @@ private Q_SLOTS:
         QVERIFY(keeper.query("f").isEmpty());
     }
 
+    // A file system mounted over a marked folder, then unmounted: no event says so, the mount table
+    // does. Runs in a child with a mount namespace of its own (needs the right to mount).
+    void mountsComeAndGo()
+    {
+        SearchTreeFixture tree;
+        tree.file("mnt/under-the-mount");
+        tree.file("docs/other");
+        QProcess child;
+        child.setProcessChannelMode(QProcess::ForwardedChannels);
+        child.start(QCoreApplication::applicationFilePath(),
+                    {QStringLiteral("--mount-child"), QFile::decodeName(tree.root())});
+        QVERIFY(child.waitForFinished(60000));
+        if (child.exitCode() == 77)
+            QSKIP("cannot mount here");
+        QCOMPARE(child.exitCode(), 0);
+    }
+
     void unreadableFoldersFollowTheirRights()
     {
         // Root reads every folder: run this part as an unprivileged user in a child.
@@ -562,9 +582,49 @@ int rightsChild(const QByteArray& shared)
     return 0;
 }
 
+// Marks only, no sweep due: what is on a mounted file system shows, and goes when it is unmounted.
+int mountChild(const QByteArray& root)
+{
+    const QByteArray mountPoint = root + "/mnt";
+    const auto keeper = startKeeper(root, 0, std::chrono::hours(1), -1);
+    if (!keeper->waitUntilReady(std::chrono::seconds(30)) || keeper->state().marks == 0)
+        return 2;
+    const auto waitFor = [&](const char* what) {
+        for (int i = 0; i < 40; ++i) {
+            if (indexed(*keeper) == walk(root))
+                return true;
+            QTest::qWait(50);
+        }
+        std::fprintf(stderr, "%s: index %s, walk %s\n", what, indexed(*keeper).join(' ').constData(),
+                     walk(root).join(' ').constData());
+        return false;
+    };
+    if (::mount("trovix-test", mountPoint.constData(), "tmpfs", 0, "size=1m") != 0)
+        return 77;
+    std::fclose(std::fopen((mountPoint + "/on-the-mount").constData(), "w"));
+    if (!waitFor("mounted") || indexed(*keeper, "on-the-mount").size() != 1)
+        return 3;
+    // The mounted folder is followed by events too.
+    std::fclose(std::fopen((mountPoint + "/later-on-the-mount").constData(), "w"));
+    if (!waitFor("created on the mount"))
+        return 4;
+    if (::umount(mountPoint.constData()) != 0)
+        return 5;
+    if (!waitFor("unmounted") || indexed(*keeper, "under-the-mount").size() != 1)
+        return 6;
+    std::fclose(std::fopen((mountPoint + "/after-the-unmount").constData(), "w"));
+    return waitFor("created after the unmount") ? 0 : 7;
+}
+
 int main(int argc, char** argv)
 {
+    // Before any thread starts: a mount namespace of this process's own, its mounts seen by no other.
+    if (argc >= 3 && qstrcmp(argv[1], "--mount-child") == 0 &&
+        (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0))
+        return 77;
     QCoreApplication app(argc, argv);
+    if (argc >= 3 && qstrcmp(argv[1], "--mount-child") == 0)
+        return mountChild(argv[2]);
     if (argc >= 3 && qstrcmp(argv[1], "--rights-child") == 0)
         return rightsChild(argv[2]);
     TestNameIndexKeeper test;
