@@ -479,6 +479,7 @@ void NameIndexKeeper::folderListed(NameIndex::Id id, int fd, int64_t listedAfter
     FolderRecord& record = m_folders[id];
     record.ctime = ctime;
     addWatch(id, fd, stat.dev, record);
+    noteLostLocked(id, record);
     // Changed since just before its listing: what the listing saw may be old, and the watch came later.
     if (ctime < 0 || ctime >= listedAfter - kClockSlackNanos)
         m_changedWhileListing.insert(id);
@@ -488,7 +489,19 @@ void NameIndexKeeper::folderUnreadable(NameIndex::Id id, const std::string& path
 {
     const int64_t ctime = folderCtime(AT_FDCWD, path.c_str(), 0);
     std::lock_guard lock(m_folderMutex);
-    m_folders[id].ctime = ctime;
+    FolderRecord& record = m_folders[id];
+    record.ctime = ctime;
+    noteLostLocked(id, record);
+}
+
+// A watched or marked folder is swept only while its path leads nowhere (it was on the move when
+// read): so an idle sweep looks at nothing when every folder is watched or marked.
+void NameIndexKeeper::noteLostLocked(NameIndex::Id id, const FolderRecord& record)
+{
+    if (record.ctime < 0 && (record.wd >= 0 || record.mark))
+        m_lostFolders.insert(id);
+    else
+        m_lostFolders.erase(id);
 }
 
 // A folder whose path led nowhere when it was last read (it was being moved): what it holds is not
@@ -513,6 +526,7 @@ void NameIndexKeeper::forgetFolder(NameIndex::Id id)
     }
     if (it->second.mark)
         forgetMarkLocked(it->second);
+    m_lostFolders.erase(id);
     m_folders.erase(it);
 }
 
@@ -596,6 +610,7 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
         if (std::string key; record.mark && (!handleKey(fd, stat.dev, key) || key != *record.mark))
             forgetMarkLocked(record);
         addWatch(id, fd, stat.dev, record);
+        noteLostLocked(id, record);
     }
     const std::string_view excluded = TWalkerSkipList::shared().excludedNameInFolder(path);
     std::map<std::string, bool> listed;
@@ -654,13 +669,18 @@ void NameIndexKeeper::sweep(bool all)
     std::vector<Swept> folders;
     {
         std::lock_guard lock(m_folderMutex);
-        folders.reserve(all ? m_folders.size()
-                            : m_folders.size() -
-                                  std::min<size_t>(m_byWatch.size() + m_byHandle.size(), m_folders.size()));
-        for (const auto& [id, record] : m_folders) {
-            // A watched folder that could not be read (it was on the move) is looked at too.
-            if (all || (record.wd < 0 && !record.mark) || record.ctime < 0)
-                folders.push_back({NameIndex::kNone, id, record.ctime});
+        if (all || m_folders.size() > m_byWatch.size() + m_byHandle.size()) {
+            folders.reserve(all ? m_folders.size()
+                                : m_folders.size() -
+                                      std::min<size_t>(m_byWatch.size() + m_byHandle.size(), m_folders.size()));
+            for (const auto& [id, record] : m_folders) {
+                if (all || (record.wd < 0 && !record.mark))
+                    folders.push_back({NameIndex::kNone, id, record.ctime});
+            }
+        }
+        if (!all) {
+            for (const NameIndex::Id id : m_lostFolders)
+                folders.push_back({NameIndex::kNone, id, -1});
         }
     }
     for (Swept& folder : folders)

@@ -131,6 +131,7 @@ private:
     void folderUnreadable(NameIndex::Id id, const std::string& path);
     void forgetFolder(NameIndex::Id id);
     bool wasUnreadable(NameIndex::Id id) const;
+    void noteLostLocked(NameIndex::Id id, const FolderRecord& record);
     void addWatch(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record);
     bool addMark(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record);
     bool handleKey(int fd, uint64_t dev, std::string& key);
@@ -188,6 +189,7 @@ private:
     // inside the string's own room) to its entry.
     std::unordered_map<std::string, NameIndex::Id> m_byHandle;
     std::set<NameIndex::Id> m_changedWhileListing;
+    std::set<NameIndex::Id> m_lostFolders; // watched or marked, but their path led nowhere when last read
     std::atomic<qint64> m_entriesAdded{0};
     std::atomic<bool> m_overLimit{false};
     std::shared_ptr<WalkerControl> m_walkControl; // the walk under way, for stop (under m_stateMutex)
