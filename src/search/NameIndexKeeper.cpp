@@ -120,6 +120,13 @@ bool makeHandleKey(size_t fileSystem, int type, const unsigned char* bytes, size
     return true;
 }
 
+// Never 0, which stands for no mark.
+uint64_t hashOfKey(const std::string& key)
+{
+    const uint64_t hash = std::hash<std::string>{}(key);
+    return hash != 0 ? hash : 1;
+}
+
 } // namespace
 
 // Adds what one walk lists to the index: each folder's names in one batch when its listing is over,
@@ -359,11 +366,8 @@ NameIndexKeeper::State NameIndexKeeper::state() const
                                       m_folders.bucket_count() * sizeof(void*));
         tables += static_cast<qint64>(m_byWatch.size() * (sizeof(std::pair<int, NameIndex::Id>) + 24) +
                                       m_byWatch.bucket_count() * sizeof(void*));
-        // Its nodes also keep the key's hash; a long handle has room of its own.
-        tables += static_cast<qint64>(m_byHandle.size() * (sizeof(std::pair<std::string, NameIndex::Id>) + 32) +
+        tables += static_cast<qint64>(m_byHandle.size() * (sizeof(std::pair<uint64_t, NameIndex::Id>) + 24) +
                                       m_byHandle.bucket_count() * sizeof(void*));
-        for (const auto& [key, id] : m_byHandle)
-            tables += key.capacity() > 15 ? static_cast<qint64>(key.capacity() + 1) : 0;
         for (const auto& [id, record] : m_folders)
             s.unwatchedFolders += record.wd < 0 && !record.mark ? 1 : 0;
     }
@@ -441,7 +445,8 @@ bool NameIndexKeeper::addMark(NameIndex::Id id, int fd, uint64_t dev, FolderReco
     std::string key;
     if (!handleKey(fd, dev, key))
         return false; // a file system without file handles: swept
-    const auto [it, inserted] = m_byHandle.try_emplace(std::move(key), id);
+    const uint64_t hash = hashOfKey(key);
+    const auto [it, inserted] = m_byHandle.try_emplace(hash, id);
     if (!inserted)
         return false; // the same folder seen twice (a bind mount): the other copy is swept
     int result = fanotify_mark(m_fanotify, FAN_MARK_ADD, m_markMask, fd, nullptr);
@@ -456,7 +461,7 @@ bool NameIndexKeeper::addMark(NameIndex::Id id, int fd, uint64_t dev, FolderReco
         m_byHandle.erase(it);
         return false;
     }
-    record.mark = &it->first;
+    record.mark = hash;
     ++m_marks;
     return true;
 }
@@ -465,9 +470,8 @@ bool NameIndexKeeper::addMark(NameIndex::Id id, int fd, uint64_t dev, FolderReco
 // without a descriptor for the folder it cannot be taken back here. Its events then name no folder.
 void NameIndexKeeper::forgetMarkLocked(FolderRecord& record)
 {
-    if (const auto it = m_byHandle.find(*record.mark); it != m_byHandle.end())
-        m_byHandle.erase(it);
-    record.mark = nullptr;
+    m_byHandle.erase(record.mark);
+    record.mark = 0;
     --m_marks;
 }
 
@@ -607,7 +611,7 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
         FolderRecord& record = m_folders[id];
         record.ctime = stat.ctime;
         // Another folder now at this path (a file system mounted or unmounted over it): mark that one.
-        if (std::string key; record.mark && (!handleKey(fd, stat.dev, key) || key != *record.mark))
+        if (std::string key; record.mark && (!handleKey(fd, stat.dev, key) || hashOfKey(key) != record.mark))
             forgetMarkLocked(record);
         addWatch(id, fd, stat.dev, record);
         noteLostLocked(id, record);
@@ -963,7 +967,7 @@ void NameIndexKeeper::handleMarkEvents()
         if (name.key.empty() || name.name.empty())
             return NameIndex::kNone;
         std::lock_guard lock(m_folderMutex);
-        const auto it = m_byHandle.find(name.key);
+        const auto it = m_byHandle.find(hashOfKey(name.key));
         return it == m_byHandle.end() ? NameIndex::kNone : it->second;
     };
     // Each folder's path checked once a round, until an entry moves.

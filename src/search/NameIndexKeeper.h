@@ -106,8 +106,8 @@ private:
     struct FolderRecord
     {
         int wd = -1;
-        int64_t ctime = -1;                // nanoseconds; -1 when it could not be read
-        const std::string* mark = nullptr; // the key in m_byHandle of a fanotify-marked folder
+        int64_t ctime = -1; // nanoseconds; -1 when it could not be read
+        uint64_t mark = 0;  // a fanotify-marked folder's key in m_byHandle
     };
     struct MarkedName
     {
@@ -185,9 +185,10 @@ private:
     mutable std::mutex m_folderMutex; // the folder records and the watch map
     std::unordered_map<NameIndex::Id, FolderRecord> m_folders;
     std::unordered_map<int, NameIndex::Id> m_byWatch;
-    // A marked folder's file handle (file system number, handle type, handle bytes: 10 bytes on ext4,
-    // inside the string's own room) to its entry.
-    std::unordered_map<std::string, NameIndex::Id> m_byHandle;
+    // A marked folder's file handle (file system number, handle type, handle bytes), hashed, to its
+    // entry. Two handles with one hash do no harm: an event's folder is used only once its path in the
+    // index is found to lead to the event's handle (pathIsCurrent), and the second such folder is swept.
+    std::unordered_map<uint64_t, NameIndex::Id> m_byHandle;
     std::set<NameIndex::Id> m_changedWhileListing;
     std::set<NameIndex::Id> m_lostFolders; // watched or marked, but their path led nowhere when last read
     std::atomic<qint64> m_entriesAdded{0};
