@@ -963,6 +963,12 @@ void NameIndexKeeper::handleMarkEvents()
         }
     }
 
+    // Events were lost: the sweep of every folder that follows finds what these say too.
+    if (std::any_of(events.begin(), events.end(), [](const MarkEvent& e) { return e.mask & FAN_Q_OVERFLOW; })) {
+        m_overflow = true;
+        m_laterMarkEvents.clear();
+        return;
+    }
     const auto folderOf = [this](const MarkedName& name) {
         if (name.key.empty() || name.name.empty())
             return NameIndex::kNone;
@@ -986,10 +992,6 @@ void NameIndexKeeper::handleMarkEvents()
     };
     const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
     for (MarkEvent& e : events) {
-        if (e.mask & FAN_Q_OVERFLOW) {
-            m_overflow = true;
-            continue;
-        }
         const NameIndex::Id from = folderOf(e.from);
         if (e.mask & FAN_RENAME) {
             const NameIndex::Id to = folderOf(e.to);
