@@ -5,7 +5,11 @@
 #    one with none, and through the command line with hyperfine: `trovix search --index` against
 #    plocate over its own database of the same tree and against the walk (`trovix search`);
 #  - the delay from creating a file to `trovix search --index` finding it, and from deleting it to
-#    its absence.
+#    its absence, at the root and in PROBES (default 20) folders picked at random in the tree (beyond
+#    the inotify watches these are covered by fanotify marks or by sweeps);
+#  - the CPU time the idle tray program uses over 30 s (its index kept current, nothing changing).
+# TROVIX_INDEX_WATCHES / TROVIX_INDEX_MARKS limit the inotify watches / fanotify marks the index may
+# use (TROVIX_INDEX_MARKS=0: sweeps beyond the watches; TROVIX_INDEX_WATCHES=0: marks only).
 # Same results from all three are checked first. The machine may be loaded: figures are indicative.
 #
 #     bench/index.sh [TREE] [TROVIX]
@@ -30,6 +34,7 @@ pids=""
 cleanup() {
   for pid in $pids; do kill "$pid" 2>/dev/null || true; done
   rm -f "$tree/.trovix-bench-probe"
+  [ -f "$work/probes" ] && while IFS= read -r probe; do rm -f "$probe"; done <"$work/probes"
   rm -rf "$work"
 }
 trap cleanup EXIT INT TERM
@@ -96,5 +101,41 @@ for round in 1 2 3; do
   while "$trovix" search --index .trovix-bench-probe "$tree" >/dev/null; do sleep 0.01; done
   echo "created -> found: $created ms; deleted -> gone: $(ms "$start") ms (each including one command's start)"
 done
+# The delay for one file created in (then deleted from) a folder, in ms, each including one command's start.
+probe() {
+  name=.trovix-bench-probe-$2
+  echo "$1/$name" >>"$work/probes"
+  start=$(date +%s%N)
+  : >"$1/$name"
+  until "$trovix" search --index "$name" "$tree" >/dev/null; do sleep 0.01; done
+  created=$(ms "$start")
+  start=$(date +%s%N)
+  rm "$1/$name"
+  while "$trovix" search --index "$name" "$tree" >/dev/null; do sleep 0.01; done
+  echo "$created $(ms "$start")"
+}
+probes=${PROBES:-20}
+echo "== changes in $probes folders picked at random"
+find "$tree" -mindepth 2 -type d 2>/dev/null | shuf -n "$probes" >"$work/folders"
+i=0
+while IFS= read -r folder; do
+  i=$((i + 1))
+  probe "$folder" "$i"
+done <"$work/folders" >"$work/delays"
+for column in 1 2; do
+  what=$([ $column = 1 ] && echo "created -> found" || echo "deleted -> gone")
+  cut -d' ' -f$column "$work/delays" | sort -n | awk -v what="$what" '
+    { v[NR] = $1 } END { printf "%s: median %d ms, slowest %d ms (of %d folders)\n", what, v[int((NR + 1) / 2)], v[NR], NR }'
+done
+
+echo "== idle for 30 s"
+ticks() { awk '{ print $14 + $15 }' "/proc/$tray/stat"; }
+before=$(ticks)
+sleep 30
+after=$(ticks)
+hz=$(getconf CLK_TCK)
+awk -v t=$((after - before)) -v hz="$hz" 'BEGIN {
+  printf "CPU used by the tray program: %.2f s in 30 s (%.1f %% of one core)\n", t / hz, 100 * t / hz / 30 }'
+
 echo "== state at the end"
 "$trovix" index

@@ -45,8 +45,20 @@ int runIndex(const QStringList& args)
         std::printf("memory: %lld bytes, %lld of them names; %.1f bytes per entry beyond the names\n",
                     static_cast<long long>(memory), static_cast<long long>(names),
                     entries > 0 ? double(memory - names) / double(entries) : 0.0);
-        std::printf("watches: %lld, folders swept instead: %lld\n", static_cast<long long>(number("watches")),
-                    static_cast<long long>(number("unwatchedFolders")));
+        std::printf("inotify watches: %lld (of %lld allowed)\n", static_cast<long long>(number("watches")),
+                    static_cast<long long>(number("watchBudget")));
+        if (const QString why = state.value(QStringLiteral("marksProblem")).toString(); !why.isEmpty())
+            std::printf("fanotify marks: none (%s)\n", why.toLocal8Bit().constData());
+        else
+            std::printf("fanotify marks: %lld (of %lld allowed)\n", static_cast<long long>(number("marks")),
+                        static_cast<long long>(number("markBudget")));
+        const qint64 swept = number("unwatchedFolders");
+        std::printf("folders swept instead: %lld, every %.1f s\n", static_cast<long long>(swept),
+                    double(number("sweepIntervalMsecs")) / 1000.0);
+        if (swept > 0 && state.contains(QStringLiteral("sweepsKeepUp")) &&
+            !state.value(QStringLiteral("sweepsKeepUp")).toBool())
+            std::printf("sweeps fall behind: a change in a swept folder may take %.1f s to show\n",
+                        double(number("sweepIntervalMsecs") + number("sweepMsecs")) / 1000.0);
         const qint64 lastSweep = number("lastSweep");
         std::printf("last sweep: %s, %lld ms, %lld folders read again (%lld sweeps, %lld event overflows)\n",
                     lastSweep > 0

@@ -11,8 +11,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/fanotify.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +29,11 @@ namespace {
 
 constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF |
                                 IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
+// What a mark reports: names added, removed or renamed in the folder, folders among them (FAN_ONDIR),
+// and rights changed on a child (FAN_EVENT_ON_CHILD), which may make a child folder listable or not.
+// The folder's own deletion or move needs nothing: its parent's events, or its sweep, report it, and
+// unmounts come from the mount table.
+constexpr uint64_t kMarkMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_ATTRIB | FAN_ONDIR | FAN_EVENT_ON_CHILD;
 // File systems stamp changes from a coarse clock that may lag the one read here by a few ticks.
 constexpr int64_t kClockSlackNanos = 50'000'000;
 constexpr size_t kListBuffer = 64 * 1024;
@@ -42,16 +50,27 @@ int64_t ctimeOf(const struct statx& info)
     return static_cast<int64_t>(info.stx_ctime.tv_sec) * 1'000'000'000 + info.stx_ctime.tv_nsec;
 }
 
-// The folder's change time, or -1 when it cannot be read or is no folder.
-int64_t folderCtime(int dirFd, const char* path, int flags)
+struct FolderStat
+{
+    int64_t ctime = -1; // -1 when it cannot be read or is no folder
+    uint64_t dev = 0;
+};
+
+FolderStat statFolder(int dirFd, const char* path, int flags)
 {
     struct statx info
     {
     };
     if (statx(dirFd, path, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_CTIME, &info) != 0 ||
         !S_ISDIR(info.stx_mode))
-        return -1;
-    return ctimeOf(info);
+        return {};
+    return {ctimeOf(info), makedev(info.stx_dev_major, info.stx_dev_minor)};
+}
+
+// The folder's change time, or -1 when it cannot be read or is no folder.
+int64_t folderCtime(int dirFd, const char* path, int flags)
+{
+    return statFolder(dirFd, path, flags).ctime;
 }
 
 bool isFolderAt(int dirFd, const char* name)
@@ -71,14 +90,41 @@ std::string childPath(const std::string& parent, std::string_view name)
     return path;
 }
 
-int defaultWatchBudget()
+// Three quarters of a per-user kernel limit: the rest is left to the user's other programs.
+int defaultBudget(const QString& limitFile)
 {
-    QFile file(QStringLiteral("/proc/sys/fs/inotify/max_user_watches"));
+    QFile file(limitFile);
     if (!file.open(QIODevice::ReadOnly))
         return 0;
     bool ok = false;
     const long max = file.readAll().trimmed().toLong(&ok);
     return ok && max > 0 ? static_cast<int>(std::min<long>(max / 4 * 3, INT_MAX)) : 0;
+}
+
+uint64_t fsidBits(const void* fsid)
+{
+    uint64_t bits = 0;
+    std::memcpy(&bits, fsid, sizeof bits);
+    return bits;
+}
+
+// A handle key: the file system's number, the handle's type, its bytes.
+bool makeHandleKey(size_t fileSystem, int type, const unsigned char* bytes, size_t length, std::string& key)
+{
+    if (fileSystem > 0xff || type < 0 || type > 0xff)
+        return false;
+    key.clear();
+    key.push_back(static_cast<char>(fileSystem));
+    key.push_back(static_cast<char>(type));
+    key.append(reinterpret_cast<const char*>(bytes), length);
+    return true;
+}
+
+// Never 0, which stands for no mark.
+uint64_t hashOfKey(const std::string& key)
+{
+    const uint64_t hash = std::hash<std::string>{}(key);
+    return hash != 0 ? hash : 1;
 }
 
 } // namespace
@@ -188,7 +234,10 @@ NameIndexKeeper::NameIndexKeeper(Options options)
 {
     for (const std::string& path : MountTable::virtualMountPoints(MountTable::read()))
         m_unentered.insert(path);
-    m_watchBudget = m_options.watchLimit < 0 ? defaultWatchBudget() : m_options.watchLimit;
+    m_watchBudget = m_options.watchLimit < 0 ? defaultBudget(QStringLiteral("/proc/sys/fs/inotify/max_user_watches"))
+                                             : m_options.watchLimit;
+    m_markBudget = m_options.markLimit < 0 ? defaultBudget(QStringLiteral("/proc/sys/fs/fanotify/max_user_marks"))
+                                           : m_options.markLimit;
 }
 
 NameIndexKeeper::~NameIndexKeeper()
@@ -204,6 +253,8 @@ void NameIndexKeeper::start()
     m_wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (m_watchBudget > 0)
         m_inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    openFanotify();
+    m_mountInfo = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
     m_building = true;
     m_thread = std::thread([this] { run(); });
 }
@@ -219,16 +270,38 @@ void NameIndexKeeper::stop()
     wake();
     if (m_thread.joinable())
         m_thread.join();
-    if (m_inotify >= 0)
-        ::close(m_inotify);
-    if (m_wakeFd >= 0)
-        ::close(m_wakeFd);
-    m_inotify = m_wakeFd = -1;
+    for (const int fd : {m_inotify, m_fanotify, m_mountInfo, m_wakeFd}) {
+        if (fd >= 0)
+            ::close(fd);
+    }
+    m_inotify = m_fanotify = m_mountInfo = m_wakeFd = -1;
     {
         std::lock_guard lock(m_stateMutex);
         m_ready = false;
     }
     m_stateChanged.notify_all();
+}
+
+void NameIndexKeeper::openFanotify()
+{
+    std::lock_guard lock(m_stateMutex);
+    if (m_markBudget <= 0) {
+        m_marksProblem = QStringLiteral("fanotify marks turned off");
+        return;
+    }
+    // Only what an ordinary user may ask for (Linux 5.13 on): notification, file handles, inode marks.
+    m_fanotify = fanotify_init(FAN_CLASS_NOTIF | FAN_REPORT_DFID_NAME | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY);
+    if (m_fanotify < 0) {
+        m_marksProblem = QStringLiteral("fanotify unavailable: %1").arg(QString::fromLocal8Bit(std::strerror(errno)));
+        return;
+    }
+    m_markMask = kMarkMask;
+}
+
+void NameIndexKeeper::holdEvents(bool hold)
+{
+    m_holdEvents = hold;
+    wake();
 }
 
 void NameIndexKeeper::wake()
@@ -281,6 +354,10 @@ NameIndexKeeper::State NameIndexKeeper::state() const
     s.folders = usage.folders;
     s.nameBytes = usage.nameBytes;
     s.watches = m_watches.load();
+    s.watchBudget = m_watchBudget;
+    s.marks = m_marks.load();
+    s.markBudget = m_fanotify >= 0 ? m_markBudget : 0;
+    s.sweepIntervalMsecs = m_options.sweepInterval.count();
     qint64 tables = 0;
     {
         std::lock_guard lock(m_folderMutex);
@@ -289,8 +366,10 @@ NameIndexKeeper::State NameIndexKeeper::state() const
                                       m_folders.bucket_count() * sizeof(void*));
         tables += static_cast<qint64>(m_byWatch.size() * (sizeof(std::pair<int, NameIndex::Id>) + 24) +
                                       m_byWatch.bucket_count() * sizeof(void*));
+        tables += static_cast<qint64>(m_byHandle.size() * (sizeof(std::pair<uint64_t, NameIndex::Id>) + 24) +
+                                      m_byHandle.bucket_count() * sizeof(void*));
         for (const auto& [id, record] : m_folders)
-            s.unwatchedFolders += record.wd < 0 ? 1 : 0;
+            s.unwatchedFolders += record.wd < 0 && !record.mark ? 1 : 0;
     }
     s.memoryBytes = usage.memoryBytes + tables;
     std::lock_guard lock(m_stateMutex);
@@ -298,6 +377,8 @@ NameIndexKeeper::State NameIndexKeeper::state() const
     s.lastSweepMsecs = m_lastSweep;
     s.lastSweepDurationMsecs = m_lastSweepDuration;
     s.lastSweepFolders = m_lastSweepFolders;
+    s.marksProblem = m_marks.load() > 0 ? QString() : m_marksProblem;
+    s.sweepsKeepUp = s.unwatchedFolders == 0 || s.sweepIntervalMsecs + m_lastSweepDuration <= 2000;
     s.lastSweepRereads = m_lastSweepRereads;
     s.sweeps = m_sweepsDone.load();
     s.overflows = m_overflows;
@@ -311,34 +392,98 @@ bool NameIndexKeeper::isUnentered(const std::string& path) const
     return !m_unentered.empty() && m_unentered.contains(path);
 }
 
-void NameIndexKeeper::addWatch(NameIndex::Id id, int fd, FolderRecord& record)
+void NameIndexKeeper::addWatch(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record)
 {
-    if (record.wd >= 0 || m_inotify < 0 || m_watchesExhausted || m_watches.load() >= m_watchBudget)
+    if (record.wd >= 0 || record.mark)
         return;
-    // Through the open descriptor: the folder listed, not whatever its path names by now.
-    char procPath[64];
-    std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d", fd);
-    const int wd = inotify_add_watch(m_inotify, procPath, kWatchMask);
-    if (wd < 0) {
+    if (m_inotify >= 0 && !m_watchesExhausted && m_watches.load() < m_watchBudget) {
+        // Through the open descriptor: the folder listed, not whatever its path names by now.
+        char procPath[64];
+        std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d", fd);
+        const int wd = inotify_add_watch(m_inotify, procPath, kWatchMask);
+        if (wd >= 0) {
+            const auto [it, inserted] = m_byWatch.try_emplace(wd, id);
+            if (!inserted && it->second != id)
+                return; // the same folder seen twice (a bind mount): the other copy is swept
+            record.wd = wd;
+            if (inserted)
+                ++m_watches;
+            return;
+        }
         if (errno == ENOSPC)
             m_watchesExhausted = true;
-        return;
     }
-    const auto [it, inserted] = m_byWatch.try_emplace(wd, id);
-    if (!inserted && it->second != id)
-        return; // the same folder seen twice (a bind mount): the other copy is swept
-    record.wd = wd;
-    if (inserted)
-        ++m_watches;
+    addMark(id, fd, dev, record);
+}
+
+bool NameIndexKeeper::handleKey(int fd, uint64_t dev, std::string& key)
+{
+    size_t fileSystem = 0;
+    while (fileSystem < m_fileSystems.size() && m_fileSystems[fileSystem].dev != dev)
+        ++fileSystem;
+    if (fileSystem == m_fileSystems.size()) {
+        struct statfs info
+        {
+        };
+        if (::fstatfs(fd, &info) != 0)
+            return false;
+        m_fileSystems.push_back({dev, fsidBits(&info.f_fsid)});
+    }
+    alignas(file_handle) unsigned char storage[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
+    auto* handle = reinterpret_cast<file_handle*>(storage);
+    handle->handle_bytes = MAX_HANDLE_SZ;
+    int mountId = 0;
+    if (name_to_handle_at(fd, "", handle, &mountId, AT_EMPTY_PATH) != 0)
+        return false;
+    return makeHandleKey(fileSystem, handle->handle_type, storage + sizeof(file_handle), handle->handle_bytes, key);
+}
+
+bool NameIndexKeeper::addMark(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record)
+{
+    if (m_fanotify < 0 || m_marksExhausted || m_marks.load() >= m_markBudget)
+        return false;
+    std::string key;
+    if (!handleKey(fd, dev, key))
+        return false; // a file system without file handles: swept
+    const uint64_t hash = hashOfKey(key);
+    const auto [it, inserted] = m_byHandle.try_emplace(hash, id);
+    if (!inserted)
+        return false; // the same folder seen twice (a bind mount): the other copy is swept
+    int result = fanotify_mark(m_fanotify, FAN_MARK_ADD, m_markMask, fd, nullptr);
+    if (result != 0 && errno == EINVAL && (m_markMask & FAN_RENAME)) {
+        // Before Linux 5.17 a rename comes as two events, each settled on its own.
+        m_markMask = (m_markMask & ~uint64_t(FAN_RENAME)) | FAN_MOVED_FROM | FAN_MOVED_TO;
+        result = fanotify_mark(m_fanotify, FAN_MARK_ADD, m_markMask, fd, nullptr);
+    }
+    if (result != 0) {
+        if (errno == ENOSPC)
+            m_marksExhausted = true;
+        m_byHandle.erase(it);
+        return false;
+    }
+    record.mark = hash;
+    ++m_marks;
+    return true;
+}
+
+// The kernel's mark stays until the folder's inode goes (a folder moved out of the index keeps it);
+// without a descriptor for the folder it cannot be taken back here. Its events then name no folder.
+void NameIndexKeeper::forgetMarkLocked(FolderRecord& record)
+{
+    m_byHandle.erase(record.mark);
+    record.mark = 0;
+    --m_marks;
 }
 
 void NameIndexKeeper::folderListed(NameIndex::Id id, int fd, int64_t listedAfter)
 {
-    const int64_t ctime = folderCtime(fd, "", AT_EMPTY_PATH);
+    const FolderStat stat = statFolder(fd, "", AT_EMPTY_PATH);
+    const int64_t ctime = stat.ctime;
     std::lock_guard lock(m_folderMutex);
     FolderRecord& record = m_folders[id];
     record.ctime = ctime;
-    addWatch(id, fd, record);
+    addWatch(id, fd, stat.dev, record);
+    noteLostLocked(id, record);
     // Changed since just before its listing: what the listing saw may be old, and the watch came later.
     if (ctime < 0 || ctime >= listedAfter - kClockSlackNanos)
         m_changedWhileListing.insert(id);
@@ -348,7 +493,28 @@ void NameIndexKeeper::folderUnreadable(NameIndex::Id id, const std::string& path
 {
     const int64_t ctime = folderCtime(AT_FDCWD, path.c_str(), 0);
     std::lock_guard lock(m_folderMutex);
-    m_folders[id].ctime = ctime;
+    FolderRecord& record = m_folders[id];
+    record.ctime = ctime;
+    noteLostLocked(id, record);
+}
+
+// A watched or marked folder is swept only while its path leads nowhere (it was on the move when
+// read): so an idle sweep looks at nothing when every folder is watched or marked.
+void NameIndexKeeper::noteLostLocked(NameIndex::Id id, const FolderRecord& record)
+{
+    if (record.ctime < 0 && (record.wd >= 0 || record.mark))
+        m_lostFolders.insert(id);
+    else
+        m_lostFolders.erase(id);
+}
+
+// A folder whose path led nowhere when it was last read (it was being moved): what it holds is not
+// known.
+bool NameIndexKeeper::wasUnreadable(NameIndex::Id id) const
+{
+    std::lock_guard lock(m_folderMutex);
+    const auto it = m_folders.find(id);
+    return it != m_folders.end() && it->second.ctime < 0;
 }
 
 void NameIndexKeeper::forgetFolder(NameIndex::Id id)
@@ -362,6 +528,9 @@ void NameIndexKeeper::forgetFolder(NameIndex::Id id)
         m_byWatch.erase(it->second.wd);
         --m_watches;
     }
+    if (it->second.mark)
+        forgetMarkLocked(it->second);
+    m_lostFolders.erase(id);
     m_folders.erase(it);
 }
 
@@ -437,11 +606,15 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
         return;
     }
     {
-        const int64_t ctime = folderCtime(fd, "", AT_EMPTY_PATH);
+        const FolderStat stat = statFolder(fd, "", AT_EMPTY_PATH);
         std::lock_guard lock(m_folderMutex);
         FolderRecord& record = m_folders[id];
-        record.ctime = ctime;
-        addWatch(id, fd, record);
+        record.ctime = stat.ctime;
+        // Another folder now at this path (a file system mounted or unmounted over it): mark that one.
+        if (std::string key; record.mark && (!handleKey(fd, stat.dev, key) || hashOfKey(key) != record.mark))
+            forgetMarkLocked(record);
+        addWatch(id, fd, stat.dev, record);
+        noteLostLocked(id, record);
     }
     const std::string_view excluded = TWalkerSkipList::shared().excludedNameInFolder(path);
     std::map<std::string, bool> listed;
@@ -500,11 +673,18 @@ void NameIndexKeeper::sweep(bool all)
     std::vector<Swept> folders;
     {
         std::lock_guard lock(m_folderMutex);
-        folders.reserve(all ? m_folders.size()
-                            : m_folders.size() - std::min<size_t>(m_byWatch.size(), m_folders.size()));
-        for (const auto& [id, record] : m_folders) {
-            if (all || record.wd < 0)
-                folders.push_back({NameIndex::kNone, id, record.ctime});
+        if (all || m_folders.size() > m_byWatch.size() + m_byHandle.size()) {
+            folders.reserve(all ? m_folders.size()
+                                : m_folders.size() -
+                                      std::min<size_t>(m_byWatch.size() + m_byHandle.size(), m_folders.size()));
+            for (const auto& [id, record] : m_folders) {
+                if (all || (record.wd < 0 && !record.mark))
+                    folders.push_back({NameIndex::kNone, id, record.ctime});
+            }
+        }
+        if (!all) {
+            for (const NameIndex::Id id : m_lostFolders)
+                folders.push_back({NameIndex::kNone, id, -1});
         }
     }
     for (Swept& folder : folders)
@@ -627,6 +807,8 @@ void NameIndexKeeper::handleEvents()
             if (e.mask & IN_MOVED_TO) {
                 if (const auto it = movedAway.find(e.cookie); it != movedAway.end()) {
                     m_index->move(it->second, dir, e.name, forget);
+                    if (wasUnreadable(it->second))
+                        toRead.insert(it->second);
                     movedAway.erase(it);
                     continue;
                 }
@@ -651,11 +833,212 @@ void NameIndexKeeper::handleEvents()
                 toRead.insert(id);
         }
     }
-    // Moved out of what is indexed.
-    for (const auto& [cookie, id] : movedAway)
+    // Moved out of what is indexed, unless something came back by the same name meanwhile (then that
+    // is read instead).
+    for (const auto& [cookie, id] : movedAway) {
+        const std::string path = m_index->path(id);
+        struct statx info
+        {
+        };
+        if (!path.empty() &&
+            statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &info) == 0 &&
+            S_ISDIR(info.stx_mode) == m_index->isFolder(id)) {
+            if (m_index->isFolder(id))
+                toRead.insert(id);
+            continue;
+        }
         m_index->remove(id, forget);
+    }
     for (const NameIndex::Id id : toRead)
         reconcile(id);
+}
+
+// A name a fanotify event reports is looked up on disk, not taken from the event: the kernel merges
+// a queued event with a later one for the same name (a creation and a deletion become one event
+// with both bits), so only the disk says which came last.
+void NameIndexKeeper::settle(NameIndex::Id dir, const std::string& name)
+{
+    const std::string parent = m_index->path(dir);
+    if (parent.empty() || TWalkerSkipList::shared().isInExcludeListName(name, parent))
+        return;
+    const std::string full = childPath(parent, name);
+    struct statx info
+    {
+    };
+    const bool exists = statx(AT_FDCWD, full.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &info) == 0;
+    const bool isFolder = exists && S_ISDIR(info.stx_mode);
+    const NameIndex::Id known = m_index->child(dir, name);
+    const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
+    if (!exists) {
+        if (known != NameIndex::kNone)
+            m_index->remove(known, forget);
+        return;
+    }
+    const bool unentered = isFolder && isUnentered(full);
+    if (known != NameIndex::kNone && m_index->isFolder(known) == isFolder) {
+        // Perhaps another folder by the same name by now, or its rights changed: read it again.
+        if (isFolder && !unentered)
+            reconcile(known);
+        return;
+    }
+    const NameIndex::Id added = m_index->add(dir, name, isFolder, unentered);
+    if (isFolder && !unentered && added != NameIndex::kNone)
+        walk(added, full);
+}
+
+// Whether the folder's path in the index leads to the folder the event names (by its handle).
+bool NameIndexKeeper::pathIsCurrent(NameIndex::Id dir, const std::string& key) const
+{
+    const std::string path = m_index->path(dir);
+    alignas(file_handle) unsigned char storage[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
+    auto* handle = reinterpret_cast<file_handle*>(storage);
+    handle->handle_bytes = MAX_HANDLE_SZ;
+    int mountId = 0;
+    if (path.empty() || name_to_handle_at(AT_FDCWD, path.c_str(), handle, &mountId, 0) != 0)
+        return false;
+    // The key's first byte numbers the file system; the rest is the handle's type and bytes.
+    return key.size() == 2 + handle->handle_bytes && static_cast<unsigned char>(key[1]) == handle->handle_type &&
+           std::memcmp(key.data() + 2, storage + sizeof(file_handle), handle->handle_bytes) == 0;
+}
+
+void NameIndexKeeper::handleMarkEvents()
+{
+    std::vector<MarkEvent> events;
+    events.swap(m_laterMarkEvents);
+    const size_t size = m_options.eventBufferBytes > 0
+                            ? std::max(m_options.eventBufferBytes,
+                                       sizeof(fanotify_event_metadata) + 2 * (MAX_HANDLE_SZ + NAME_MAX + 64))
+                            : size_t(256 * 1024);
+    std::vector<char> buffer(size);
+    const auto readName = [&](const char* info, size_t length, MarkedName& out) {
+        fanotify_event_info_fid fid{};
+        file_handle handle{};
+        if (length < sizeof fid + sizeof handle)
+            return;
+        std::memcpy(&fid, info, sizeof fid);
+        std::memcpy(&handle, info + sizeof fid, sizeof handle);
+        const char* bytes = info + sizeof fid + sizeof handle;
+        if (sizeof fid + sizeof handle + handle.handle_bytes >= length)
+            return;
+        const uint64_t fsid = fsidBits(&fid.fsid);
+        size_t fileSystem = 0;
+        while (fileSystem < m_fileSystems.size() && m_fileSystems[fileSystem].fsid != fsid)
+            ++fileSystem;
+        if (fileSystem == m_fileSystems.size() ||
+            !makeHandleKey(fileSystem, handle.handle_type, reinterpret_cast<const unsigned char*>(bytes),
+                           handle.handle_bytes, out.key))
+            out.key.clear();
+        const char* name = bytes + handle.handle_bytes;
+        out.name.assign(name, strnlen(name, length - (sizeof fid + sizeof handle + handle.handle_bytes)));
+    };
+    // Everything queued now.
+    while (m_fanotify >= 0 && !m_holdEvents) {
+        const ssize_t got = ::read(m_fanotify, buffer.data(), buffer.size());
+        if (got <= 0)
+            break;
+        for (ssize_t pos = 0; pos + static_cast<ssize_t>(sizeof(fanotify_event_metadata)) <= got;) {
+            fanotify_event_metadata meta{};
+            std::memcpy(&meta, buffer.data() + pos, sizeof meta);
+            if (meta.event_len < sizeof meta || pos + static_cast<ssize_t>(meta.event_len) > got)
+                break;
+            MarkEvent event;
+            event.mask = meta.mask;
+            for (size_t at = meta.metadata_len; at + sizeof(fanotify_event_info_header) <= meta.event_len;) {
+                fanotify_event_info_header header{};
+                std::memcpy(&header, buffer.data() + pos + at, sizeof header);
+                if (header.len == 0 || at + header.len > meta.event_len)
+                    break;
+                const char* info = buffer.data() + pos + at;
+                if (header.info_type == FAN_EVENT_INFO_TYPE_DFID_NAME ||
+                    header.info_type == FAN_EVENT_INFO_TYPE_OLD_DFID_NAME)
+                    readName(info, header.len, event.from);
+                else if (header.info_type == FAN_EVENT_INFO_TYPE_NEW_DFID_NAME)
+                    readName(info, header.len, event.to);
+                at += header.len;
+            }
+            if (meta.fd >= 0)
+                ::close(meta.fd);
+            events.push_back(std::move(event));
+            pos += meta.event_len;
+        }
+    }
+
+    // Events were lost: the sweep of every folder that follows finds what these say too.
+    if (std::any_of(events.begin(), events.end(), [](const MarkEvent& e) { return e.mask & FAN_Q_OVERFLOW; })) {
+        m_overflow = true;
+        m_laterMarkEvents.clear();
+        return;
+    }
+    const auto folderOf = [this](const MarkedName& name) {
+        if (name.key.empty() || name.name.empty())
+            return NameIndex::kNone;
+        std::lock_guard lock(m_folderMutex);
+        const auto it = m_byHandle.find(hashOfKey(name.key));
+        return it == m_byHandle.end() ? NameIndex::kNone : it->second;
+    };
+    // Each folder's path checked once a round, until an entry moves.
+    std::unordered_map<NameIndex::Id, bool> current;
+    const auto isCurrent = [&](NameIndex::Id dir, const std::string& key) {
+        const auto [it, fresh] = current.try_emplace(dir, false);
+        if (fresh)
+            it->second = pathIsCurrent(dir, key);
+        return it->second;
+    };
+    // An event about a folder the index has at an old path waits a little for that move to be applied;
+    // after about a second it is dropped: the folder's listing at its new place brings its contents.
+    const auto later = [&](MarkEvent& e) {
+        if (++e.tries < 50)
+            m_laterMarkEvents.push_back(std::move(e));
+    };
+    const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
+    for (MarkEvent& e : events) {
+        const NameIndex::Id from = folderOf(e.from);
+        if (e.mask & FAN_RENAME) {
+            const NameIndex::Id to = folderOf(e.to);
+            if ((from != NameIndex::kNone && !isCurrent(from, e.from.key)) ||
+                (to != NameIndex::kNone && !isCurrent(to, e.to.key))) {
+                later(e);
+                continue;
+            }
+            // Both folders known and the disk agrees: a relink, however much is under the entry.
+            if (const NameIndex::Id moved = from != NameIndex::kNone && to != NameIndex::kNone
+                                                ? m_index->child(from, e.from.name)
+                                                : NameIndex::kNone;
+                moved != NameIndex::kNone) {
+                const std::string fromPath = childPath(m_index->path(from), e.from.name);
+                const std::string toParent = m_index->path(to);
+                const std::string toPath = childPath(toParent, e.to.name);
+                struct statx info
+                {
+                };
+                if (!toParent.empty() && !TWalkerSkipList::shared().isInExcludeListName(e.to.name, toParent) &&
+                    ::access(fromPath.c_str(), F_OK) != 0 &&
+                    statx(AT_FDCWD, toPath.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &info) == 0 &&
+                    S_ISDIR(info.stx_mode) == m_index->isFolder(moved) && !isUnentered(toPath)) {
+                    m_index->move(moved, to, e.to.name, forget);
+                    if (wasUnreadable(moved))
+                        reconcile(moved);
+                    current.clear();
+                    continue;
+                }
+            }
+            if (from != NameIndex::kNone)
+                settle(from, e.from.name);
+            if (to != NameIndex::kNone)
+                settle(to, e.to.name);
+            continue;
+        }
+        if (from == NameIndex::kNone)
+            continue;
+        if (!isCurrent(from, e.from.key)) {
+            later(e);
+            continue;
+        }
+        if (e.from.name == ".")
+            reconcile(from); // the marked folder itself: its rights changed
+        else
+            settle(from, e.from.name);
+    }
 }
 
 void NameIndexKeeper::run()
@@ -679,21 +1062,32 @@ void NameIndexKeeper::run()
     auto nextSweep = std::chrono::steady_clock::now() + m_options.sweepInterval;
     while (!m_stop) {
         const auto now = std::chrono::steady_clock::now();
-        const int timeout = static_cast<int>(
+        int timeout = static_cast<int>(
             std::max<int64_t>(0, std::chrono::duration_cast<std::chrono::milliseconds>(nextSweep - now).count()));
-        pollfd fds[2] = {{m_wakeFd, POLLIN, 0}, {m_inotify, POLLIN, 0}};
-        const int ready = ::poll(fds, m_inotify >= 0 ? 2 : 1, timeout);
+        if (!m_laterMarkEvents.empty())
+            timeout = std::min(timeout, 20);
+        const bool held = m_holdEvents.load();
+        // A negative descriptor is left out by poll.
+        pollfd fds[4] = {{m_wakeFd, POLLIN, 0},
+                         {held ? -1 : m_inotify, POLLIN, 0},
+                         {held ? -1 : m_fanotify, POLLIN, 0},
+                         {m_mountInfo, POLLPRI, 0}};
+        const int ready = ::poll(fds, 4, timeout);
         if (m_stop)
             break;
         if (ready > 0 && (fds[0].revents & POLLIN)) {
             uint64_t count = 0;
             [[maybe_unused]] const ssize_t got = ::read(m_wakeFd, &count, sizeof count);
         }
-        if (m_inotify >= 0 && ready > 0 && (fds[1].revents & POLLIN))
+        if (ready > 0 && (fds[1].revents & POLLIN))
             handleEvents();
+        if ((ready > 0 && (fds[2].revents & POLLIN)) || !m_laterMarkEvents.empty())
+            handleMarkEvents();
+        // A file system mounted or unmounted: its marks went with it, and no event says so.
+        const bool mountsChanged = ready > 0 && (fds[3].revents & (POLLPRI | POLLERR));
         readChangedWhileListing();
-        if (m_overflow.exchange(false)) {
-            {
+        if (const bool overflow = m_overflow.exchange(false); overflow || mountsChanged) {
+            if (overflow) {
                 std::lock_guard lock(m_stateMutex);
                 ++m_overflows;
             }

@@ -49,6 +49,11 @@ bool NameIndexService::startFromSettings(const UserDefaults& defaults)
     const QByteArray root =
         defaults.getBoolValueForKey(wholeDiskKey(), false) ? QByteArray("/") : QFile::encodeName(QDir::homePath());
     options.rootPath = SearchPaths::cleanFolder(root).toStdString();
+    // For measurements (bench/index.sh): how many inotify watches and fanotify marks the index may use.
+    if (qEnvironmentVariableIsSet("TROVIX_INDEX_WATCHES"))
+        options.watchLimit = qEnvironmentVariableIntValue("TROVIX_INDEX_WATCHES");
+    if (qEnvironmentVariableIsSet("TROVIX_INDEX_MARKS"))
+        options.markLimit = qEnvironmentVariableIntValue("TROVIX_INDEX_MARKS");
     start(options);
     return true;
 }
@@ -181,7 +186,13 @@ QVariantMap NameIndexService::State()
     map.insert(QStringLiteral("nameBytes"), s.nameBytes);
     map.insert(QStringLiteral("memoryBytes"), s.memoryBytes);
     map.insert(QStringLiteral("watches"), s.watches);
+    map.insert(QStringLiteral("watchBudget"), s.watchBudget);
+    map.insert(QStringLiteral("marks"), s.marks);
+    map.insert(QStringLiteral("markBudget"), s.markBudget);
+    map.insert(QStringLiteral("marksProblem"), s.marksProblem);
     map.insert(QStringLiteral("unwatchedFolders"), s.unwatchedFolders);
+    map.insert(QStringLiteral("sweepIntervalMsecs"), s.sweepIntervalMsecs);
+    map.insert(QStringLiteral("sweepsKeepUp"), s.sweepsKeepUp);
     map.insert(QStringLiteral("lastSweep"), s.lastSweepMsecs);
     map.insert(QStringLiteral("sweeps"), s.sweeps);
     map.insert(QStringLiteral("sweepMsecs"), s.lastSweepDurationMsecs);

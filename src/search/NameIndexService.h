@@ -10,12 +10,16 @@
 //       the caller reads) as paths each ended by a NUL byte; returns how many. No message size limit:
 //       Query refuses answers over kMaxReplyBytes (com.quorbel.trovix.Index.TooLarge).
 //   State() -> a{sv}   ready, building, problem, root, entries, folders, nameBytes, memoryBytes,
-//       watches, unwatchedFolders, lastSweep (ms since the epoch), sweepMsecs (its duration), sweeps, overflows,
-//       buildMsecs, lastQueryMicros (the latest query's time inside this process; -1 before the first).
+//       watches and watchBudget (inotify), marks and markBudget (fanotify; marksProblem says why there
+//       are none), unwatchedFolders (neither: swept), sweepIntervalMsecs, sweepsKeepUp (false when a
+//       change in a swept folder may take over 2 s to show), lastSweep (ms since the epoch), sweepMsecs
+//       (its duration), sweeps, overflows, buildMsecs, lastQueryMicros (the latest query's time inside
+//       this process; -1 before the first).
 //
 // Settings (standard domain): "TrovixNameIndexEnabled" (bool, default true) turns the index off;
 // "TrovixNameIndexWholeDisk" (bool, default false) indexes "/" instead of the home folder. The index is
-// also left off when the system has less than kMinAvailableMemory available at start.
+// also left off when the system has less than kMinAvailableMemory available at start. For measurements,
+// TROVIX_INDEX_WATCHES and TROVIX_INDEX_MARKS set the keeper's watch and mark limits.
 
 #include "NameIndexKeeper.h"
 

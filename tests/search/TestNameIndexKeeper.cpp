@@ -3,11 +3,16 @@
 #include "support/SearchTreeFixture.h"
 
 #include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cstdio>
+
 #include <mutex>
+#include <sched.h>
 #include <set>
+#include <sys/mount.h>
 
 namespace {
 
@@ -41,12 +46,32 @@ QByteArrayList indexed(const NameIndexKeeper& keeper, const QByteArray& needle =
     return list;
 }
 
+// What the index lacks (+) and holds beyond (-) a fresh walk; empty when they agree.
+QByteArray differences(const NameIndexKeeper& keeper, const QByteArray& root)
+{
+    const QByteArrayList have = indexed(keeper);
+    const QByteArrayList want = walk(root);
+    QByteArray out;
+    for (const QByteArray& path : want) {
+        if (!std::binary_search(have.begin(), have.end(), path))
+            out += " +" + path;
+    }
+    for (const QByteArray& path : have) {
+        if (!std::binary_search(want.begin(), want.end(), path))
+            out += " -" + path;
+    }
+    return out;
+}
+
+// markLimit 0: no fanotify marks, so the folders beyond the watches are swept.
 std::unique_ptr<NameIndexKeeper> startKeeper(const QByteArray& root, int watchLimit,
-                                             std::chrono::milliseconds sweep = std::chrono::milliseconds(500))
+                                             std::chrono::milliseconds sweep = std::chrono::milliseconds(500),
+                                             int markLimit = 0)
 {
     NameIndexKeeper::Options options;
     options.rootPath = root.toStdString();
     options.watchLimit = watchLimit;
+    options.markLimit = markLimit;
     options.sweepInterval = sweep;
     auto keeper = std::make_unique<NameIndexKeeper>(options);
     keeper->start();
@@ -141,6 +166,7 @@ private Q_SLOTS:
         const auto keeper = startKeeper(tree.root(), 0);
         QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
         QCOMPARE(keeper->state().watches, 0);
+        QCOMPARE(keeper->state().marks, 0);
         changesAreSeen(tree, *keeper);
     }
 
@@ -168,6 +194,7 @@ private Q_SLOTS:
         NameIndexKeeper::Options options;
         options.rootPath = tree.root().toStdString();
         options.watchLimit = 3;
+        options.markLimit = 0;
         NameIndexKeeper keeper(options);
         keeper.start();
         QVERIFY(keeper.waitUntilReady(std::chrono::seconds(30)));
@@ -204,8 +231,8 @@ private Q_SLOTS:
         const QByteArray root = qgetenv("TROVIX_SWEEP_TREE");
         if (root.isEmpty())
             QSKIP("TROVIX_SWEEP_TREE not set");
-        const auto keeper =
-            startKeeper(root, qEnvironmentVariableIntValue("TROVIX_SWEEP_WATCHES"), std::chrono::hours(1));
+        const auto keeper = startKeeper(root, qEnvironmentVariableIntValue("TROVIX_SWEEP_WATCHES"),
+                                        std::chrono::hours(1), qEnvironmentVariableIntValue("TROVIX_SWEEP_MARKS"));
         QVERIFY(keeper->waitUntilReady(std::chrono::minutes(10)));
         for (int i = 0; i < 6; ++i) {
             keeper->sweepNow();
@@ -213,6 +240,196 @@ private Q_SLOTS:
             std::fprintf(stderr, "sweep of %d unwatched folders: %lld ms, %lld read again\n", s.unwatchedFolders,
                          static_cast<long long>(s.lastSweepDurationMsecs), static_cast<long long>(s.lastSweepRereads));
         }
+    }
+
+    // Two watches: fanotify marks carry every other folder, and with no sweep due only their events
+    // can bring the changes in.
+    void changesAreSeenThroughMarks()
+    {
+        SearchTreeFixture tree;
+        tree.buildStandard();
+        const auto keeper = startKeeper(tree.root(), 2, std::chrono::hours(1), -1);
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        const NameIndexKeeper::State s = keeper->state();
+        QVERIFY2(s.marks > 0, qPrintable(s.marksProblem));
+        QCOMPARE(s.watches, 2);
+        QCOMPARE(s.unwatchedFolders, 0);
+        QCOMPARE(s.watches + s.marks, s.folders + 1);
+        changesAreSeen(tree, *keeper);
+        // New folders got marks, removed ones gave theirs back.
+        QCOMPARE(keeper->state().watches + keeper->state().marks, keeper->state().folders + 1);
+
+        // A folder replaced by another of the same name, and a file by a folder: one merged event each.
+        tree.file("docs/inner/old-child");
+        QTRY_COMPARE_WITH_TIMEOUT(indexed(*keeper), walk(tree.root()), 2000);
+        QVERIFY(QDir(QFile::decodeName(tree.path("docs/inner"))).removeRecursively());
+        tree.file("docs/inner/new-child");
+        QCOMPARE(::unlink(tree.path("docs/notes.md").constData()), 0);
+        tree.folder("docs/notes.md");
+        QTRY_COMPARE_WITH_TIMEOUT(indexed(*keeper), walk(tree.root()), 2000);
+    }
+
+    // Mark budget 3, no watches: three folders marked, the rest swept, and the figures say so.
+    void marksThenSweeps()
+    {
+        SearchTreeFixture tree;
+        tree.buildStandard();
+        const auto keeper = startKeeper(tree.root(), 0, std::chrono::milliseconds(500), 3);
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        const NameIndexKeeper::State s = keeper->state();
+        QCOMPARE(s.marks, 3);
+        QCOMPARE(s.markBudget, 3);
+        QCOMPARE(s.unwatchedFolders, s.folders + 1 - 3);
+        QVERIFY(s.sweepsKeepUp);
+        changesAreSeen(tree, *keeper);
+    }
+
+    void withoutFanotifyTheRestIsSwept()
+    {
+        SearchTreeFixture tree;
+        tree.buildStandard();
+        const auto keeper = startKeeper(tree.root(), 2, std::chrono::milliseconds(500), 0);
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        const NameIndexKeeper::State s = keeper->state();
+        QCOMPARE(s.marks, 0);
+        QVERIFY(!s.marksProblem.isEmpty());
+        QCOMPARE(s.unwatchedFolders, s.folders + 1 - 2);
+        changesAreSeen(tree, *keeper);
+    }
+
+    // Random creations, deletions and renames (within the tree, out of it and into it) over folders
+    // that are watched, marked and swept: the index ends equal to a fresh walk.
+    void churnEndsEqualToTheWalk_data()
+    {
+        QTest::addColumn<int>("watchLimit");
+        QTest::addColumn<int>("markLimit");
+        QTest::newRow("watches and marks") << 2 << -1;
+        QTest::newRow("marks only") << 0 << -1;
+        QTest::newRow("watches, marks and sweeps") << 2 << 6;
+    }
+    void churnEndsEqualToTheWalk()
+    {
+        QFETCH(int, watchLimit);
+        QFETCH(int, markLimit);
+        SearchTreeFixture tree;
+        QTemporaryDir outside;
+        const QByteArray away = QFile::encodeName(outside.path());
+        for (int i = 0; i < 6; ++i)
+            tree.file("d" + QByteArray::number(i) + "/s/f" + QByteArray::number(i));
+        const auto keeper = startKeeper(tree.root(), watchLimit, std::chrono::milliseconds(700), markLimit);
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        if (markLimit != 0)
+            QVERIFY2(keeper->state().marks > 0, qPrintable(keeper->state().marksProblem));
+
+        // A new sequence each run (timing varies anyway); the seed is told when it fails.
+        const quint32 seed = qEnvironmentVariableIsSet("TROVIX_CHURN_SEED")
+                                 ? quint32(qEnvironmentVariableIntValue("TROVIX_CHURN_SEED"))
+                                 : QRandomGenerator::global()->generate();
+        QRandomGenerator random(seed);
+        QByteArrayList folders{""};
+        for (int i = 0; i < 6; ++i)
+            folders << "d" + QByteArray::number(i) << "d" + QByteArray::number(i) + "/s";
+        const auto some = [&](const QByteArrayList& list) { return list.at(random.bounded(list.size())); };
+        const auto in = [&](const QByteArray& folder, const QByteArray& name) {
+            return folder.isEmpty() ? name : folder + '/' + name;
+        };
+        // A name may be taken by the other kind: then nothing is made.
+        const auto touch = [&](const QByteArray& relative) {
+            const int fd = ::open(tree.path(relative).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+            if (fd >= 0)
+                ::close(fd);
+        };
+        const auto entriesOf = [&](const QByteArray& folder) {
+            const QStringList names = QDir(QFile::decodeName(tree.path(folder)))
+                                          .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+            QByteArrayList list;
+            for (const QString& name : names)
+                list << in(folder, QFile::encodeName(name));
+            return list;
+        };
+        for (int round = 0; round < 6; ++round) {
+            for (int step = 0; step < 40; ++step) {
+                folders.erase(std::remove_if(folders.begin(), folders.end(),
+                                             [&](const QByteArray& f) {
+                                                 return !f.isEmpty() &&
+                                                        !QFileInfo(QFile::decodeName(tree.path(f))).isDir();
+                                             }),
+                              folders.end());
+                const QByteArray folder = some(folders);
+                const QByteArray name = "n" + QByteArray::number(random.bounded(30));
+                const QByteArrayList here = entriesOf(folder);
+                switch (random.bounded(7)) {
+                case 0:
+                    touch(in(folder, name));
+                    break;
+                case 1:
+                    tree.folder(in(folder, name) + "/inner");
+                    touch(in(folder, name) + "/inner/leaf");
+                    folders << in(folder, name) << in(folder, name) + "/inner";
+                    break;
+                case 2: // delete whatever is there
+                    if (!here.isEmpty()) {
+                        const QByteArray victim = tree.path(some(here));
+                        if (QFileInfo(QFile::decodeName(victim)).isDir())
+                            QDir(QFile::decodeName(victim)).removeRecursively();
+                        else
+                            ::unlink(victim.constData());
+                    }
+                    break;
+                case 3:
+                case 4: { // rename to another folder (a folder not into itself)
+                    if (here.isEmpty())
+                        break;
+                    const QByteArray from = some(here);
+                    const QByteArray to = in(some(folders), name);
+                    if (to.startsWith(from + '/'))
+                        break;
+                    ::rename(tree.path(from).constData(), tree.path(to).constData());
+                    break;
+                }
+                case 5: // out of the tree
+                    if (!here.isEmpty())
+                        ::rename(tree.path(some(here)).constData(), (away + "/" + name).constData());
+                    break;
+                case 6: // into the tree, from outside
+                    if (::rename((away + "/" + name).constData(), tree.path(in(folder, name)).constData()) != 0)
+                        touch(in(folder, name));
+                    break;
+                }
+            }
+            QTRY_VERIFY2_WITH_TIMEOUT(
+                differences(*keeper, tree.root()).isEmpty(),
+                ("seed " + QByteArray::number(seed) + ":" + differences(*keeper, tree.root())).constData(), 2000);
+        }
+        // Every folder has its record, and a removed one gave its watch or mark back.
+        const NameIndexKeeper::State s = keeper->state();
+        QCOMPARE(s.watches + s.marks + s.unwatchedFolders, s.folders + 1);
+    }
+
+    // Events left queued until the kernel's fanotify queue overflows: the overflow starts a sweep of
+    // every folder, which repairs what the lost events would have said.
+    void aMarkQueueOverflowIsRepaired()
+    {
+        SearchTreeFixture tree;
+        tree.file("burst/existing");
+        tree.file("quiet/unseen-before");
+        const auto keeper = startKeeper(tree.root(), 0, std::chrono::hours(1), -1);
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        QVERIFY2(keeper->state().marks > 0, qPrintable(keeper->state().marksProblem));
+        QFile limitFile(QStringLiteral("/proc/sys/fs/fanotify/max_queued_events"));
+        QVERIFY(limitFile.open(QIODevice::ReadOnly));
+        const int queueLimit = limitFile.readAll().trimmed().toInt();
+        if (queueLimit > 100000)
+            QSKIP("the kernel's fanotify queue is too long to fill here");
+        keeper->holdEvents(true);
+        for (int i = 0; i < queueLimit + 500; ++i)
+            tree.file("burst/b-" + QByteArray::number(i));
+        // Lost for good: only a sweep of every folder finds these.
+        QCOMPARE(::unlink(tree.path("burst/existing").constData()), 0);
+        tree.file("quiet/after-the-overflow");
+        keeper->holdEvents(false);
+        QTRY_COMPARE_WITH_TIMEOUT(keeper->state().overflows, 1, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(indexed(*keeper), walk(tree.root()), 5000);
     }
 
     void lostEventsLeadToACorrectIndex()
@@ -279,6 +496,23 @@ private Q_SLOTS:
         QVERIFY(keeper.query("f").isEmpty());
     }
 
+    // A file system mounted over a marked folder, then unmounted: no event says so, the mount table
+    // does. Runs in a child with a mount namespace of its own (needs the right to mount).
+    void mountsComeAndGo()
+    {
+        SearchTreeFixture tree;
+        tree.file("mnt/under-the-mount");
+        tree.file("docs/other");
+        QProcess child;
+        child.setProcessChannelMode(QProcess::ForwardedChannels);
+        child.start(QCoreApplication::applicationFilePath(),
+                    {QStringLiteral("--mount-child"), QFile::decodeName(tree.root())});
+        QVERIFY(child.waitForFinished(60000));
+        if (child.exitCode() == 77)
+            QSKIP("cannot mount here");
+        QCOMPARE(child.exitCode(), 0);
+    }
+
     void unreadableFoldersFollowTheirRights()
     {
         // Root reads every folder: run this part as an unprivileged user in a child.
@@ -309,16 +543,23 @@ int rightsChild(const QByteArray& shared)
 {
     if (::geteuid() == 0)
         return 77;
-    for (const int watchLimit : {-1, 0}) {
-        const QByteArray root = shared + "/run" + QByteArray::number(watchLimit + 1);
+    // Watches only, sweeps only, fanotify marks only (an ordinary user's kind: inode marks).
+    for (const auto& [watchLimit, markLimit] : {std::pair{-1, 0}, std::pair{0, 0}, std::pair{0, -1}}) {
+        const QByteArray root =
+            shared + "/run" + QByteArray::number(watchLimit + 1) + QByteArray::number(markLimit + 1);
         const QByteArray folder = root + "/mine";
         if (::mkdir(root.constData(), 0755) != 0 || ::mkdir(folder.constData(), 0755) != 0 ||
             ::mkdir((folder + "/sub").constData(), 0755) != 0)
             return 2;
         std::fclose(std::fopen((folder + "/sub/inside-x").constData(), "w"));
-        const auto keeper = startKeeper(root, watchLimit);
+        const auto keeper = startKeeper(root, watchLimit, std::chrono::milliseconds(500), markLimit);
         if (!keeper->waitUntilReady(std::chrono::seconds(30)))
             return 3;
+        if (markLimit != 0 && keeper->state().marks == 0) {
+            std::fprintf(stderr, "no fanotify marks for an ordinary user: %s\n",
+                         qPrintable(keeper->state().marksProblem));
+            return 7;
+        }
         const auto waitFor = [&](qsizetype count) {
             for (int i = 0; i < 40; ++i) {
                 if (indexed(*keeper, "inside-x").size() == count && indexed(*keeper) == walk(root))
@@ -341,9 +582,49 @@ int rightsChild(const QByteArray& shared)
     return 0;
 }
 
+// Marks only, no sweep due: what is on a mounted file system shows, and goes when it is unmounted.
+int mountChild(const QByteArray& root)
+{
+    const QByteArray mountPoint = root + "/mnt";
+    const auto keeper = startKeeper(root, 0, std::chrono::hours(1), -1);
+    if (!keeper->waitUntilReady(std::chrono::seconds(30)) || keeper->state().marks == 0)
+        return 2;
+    const auto waitFor = [&](const char* what) {
+        for (int i = 0; i < 40; ++i) {
+            if (indexed(*keeper) == walk(root))
+                return true;
+            QTest::qWait(50);
+        }
+        std::fprintf(stderr, "%s: index %s, walk %s\n", what, indexed(*keeper).join(' ').constData(),
+                     walk(root).join(' ').constData());
+        return false;
+    };
+    if (::mount("trovix-test", mountPoint.constData(), "tmpfs", 0, "size=1m") != 0)
+        return 77;
+    std::fclose(std::fopen((mountPoint + "/on-the-mount").constData(), "w"));
+    if (!waitFor("mounted") || indexed(*keeper, "on-the-mount").size() != 1)
+        return 3;
+    // The mounted folder is followed by events too.
+    std::fclose(std::fopen((mountPoint + "/later-on-the-mount").constData(), "w"));
+    if (!waitFor("created on the mount"))
+        return 4;
+    if (::umount(mountPoint.constData()) != 0)
+        return 5;
+    if (!waitFor("unmounted") || indexed(*keeper, "under-the-mount").size() != 1)
+        return 6;
+    std::fclose(std::fopen((mountPoint + "/after-the-unmount").constData(), "w"));
+    return waitFor("created after the unmount") ? 0 : 7;
+}
+
 int main(int argc, char** argv)
 {
+    // Before any thread starts: a mount namespace of this process's own, its mounts seen by no other.
+    if (argc >= 3 && qstrcmp(argv[1], "--mount-child") == 0 &&
+        (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0))
+        return 77;
     QCoreApplication app(argc, argv);
+    if (argc >= 3 && qstrcmp(argv[1], "--mount-child") == 0)
+        return mountChild(argv[2]);
     if (argc >= 3 && qstrcmp(argv[1], "--rights-child") == 0)
         return rightsChild(argv[2]);
     TestNameIndexKeeper test;
