@@ -116,6 +116,48 @@ QString stringDateIntervalSinceNow(const QDateTime& date, const Clock& clock)
     return QStringLiteral("%1 seconds ago").arg(iv.second);
 }
 
+namespace {
+
+// Answers one fixed instant.
+class FixedClock final : public Clock
+{
+public:
+    explicit FixedClock(const QDateTime& now)
+        : m_now(now)
+    {
+    }
+    QDateTime now() const override { return m_now; }
+    Handle callAfter(int, QObject*, std::function<void()>) override { return {}; }
+
+private:
+    QDateTime m_now;
+};
+
+} // namespace
+
+IntervalTextCache::IntervalTextCache(const Clock& clock)
+{
+    const qint64 msecs = clock.now().toMSecsSinceEpoch();
+    m_now = QDateTime::fromMSecsSinceEpoch(msecs - ((msecs % 1000) + 1000) % 1000, Qt::UTC);
+}
+
+const QByteArray& IntervalTextCache::utf8Text(qint64 msecsSinceEpoch)
+{
+    // Floor division: the fraction of a date before 1970 is positive too.
+    qint64 second = msecsSinceEpoch / 1000;
+    if (msecsSinceEpoch % 1000 < 0)
+        --second;
+    const bool fraction = msecsSinceEpoch != second * 1000;
+    const qint64 key = second * 2 + (fraction ? 1 : 0);
+    auto [it, added] = m_texts.try_emplace(key);
+    if (added) {
+        const FixedClock clock(m_now);
+        it->second =
+            stringDateIntervalSinceNow(QDateTime::fromMSecsSinceEpoch(msecsSinceEpoch, Qt::UTC), clock).toUtf8();
+    }
+    return it->second;
+}
+
 QString stringDateIntervalSinceNowExtended(const QDateTime& date, const Clock& clock)
 {
     const Interval iv = calendarInterval(date, clock.now());

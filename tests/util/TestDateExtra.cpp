@@ -4,6 +4,8 @@
 
 #include <QTest>
 
+#include <ctime>
+
 #include <thread>
 #include <vector>
 
@@ -277,6 +279,61 @@ private Q_SLOTS:
         const std::optional<QDateTime> date = DateExtra::convertUTCtoNSDate(record);
         QCOMPARE(date.has_value(), expected.isValid());
         QCOMPARE(date.value_or(QDateTime()), expected);
+    }
+
+    // The cached texts are the plain routine's, against "now" without its fraction, in a zone with
+    // summer time, for dates on both sides of its changes and of every unit's boundary, with and without
+    // fractions, met in an order that fills each second's entry from a different fraction first.
+    void intervalTextCacheMatchesTheRoutine()
+    {
+        const QByteArray savedZone = qgetenv("TZ");
+        qputenv("TZ", "Europe/Berlin");
+        tzset();
+        // Just after the spring change (29 March 2026, 02:00 -> 03:00) and after the autumn one
+        // (25 October 2026, 03:00 -> 02:00), with a fraction that the cache must drop.
+        const QList<QDateTime> nows = {QDateTime(QDate(2026, 3, 29), QTime(3, 30, 10, 250)),
+                                       QDateTime(QDate(2026, 10, 25), QTime(2, 30, 0, 999)),
+                                       QDateTime(QDate(2026, 3, 30), QTime(1, 59, 59, 1))};
+        const QList<qint64> offsets = {
+            0,          1,          59,          60,          61,          3599,      3600,      3601,      7199,
+            7200,       86399,      86400,       86401,       2 * 86400,   6 * 86400, 7 * 86400, 8 * 86400, 29 * 86400,
+            31 * 86400, 32 * 86400, 364 * 86400, 366 * 86400, 800 * 86400, -1,        -61,       -3600};
+        const QList<int> fractions = {999, 0, 1, 500};
+        int checked = 0;
+        for (const QDateTime& now : nows) {
+            ManualClock clock(now);
+            DateExtra::IntervalTextCache cache(clock);
+            const qint64 whole = now.toMSecsSinceEpoch() / 1000 * 1000;
+            QCOMPARE(cache.now().toMSecsSinceEpoch(), whole);
+            ManualClock wholeClock(QDateTime::fromMSecsSinceEpoch(whole));
+            for (int fraction : fractions) {
+                for (qint64 offset : offsets) {
+                    const qint64 date = whole - offset * 1000 - fraction;
+                    const QString expected = DateExtra::stringDateIntervalSinceNow(
+                        QDateTime::fromMSecsSinceEpoch(date, Qt::UTC), wholeClock);
+                    QCOMPARE(QString::fromUtf8(cache.utf8Text(date)), expected);
+                    ++checked;
+                }
+            }
+        }
+        QCOMPARE(checked, nows.size() * offsets.size() * fractions.size());
+        if (savedZone.isNull())
+            qunsetenv("TZ");
+        else
+            qputenv("TZ", savedZone);
+        tzset();
+    }
+
+    // Dates before 1970 have a fraction too: a date one millisecond before a whole second is not that
+    // second's whole-second date.
+    void intervalTextCacheSplitsSecondsBefore1970()
+    {
+        ManualClock clock(QDateTime(QDate(1970, 1, 1), QTime(0, 1, 0), Qt::UTC));
+        DateExtra::IntervalTextCache cache(clock);
+        ManualClock same(clock.now());
+        for (qint64 date : {qint64(-1), qint64(-1000), qint64(-999), qint64(0), qint64(59999), qint64(1)})
+            QCOMPARE(QString::fromUtf8(cache.utf8Text(date)),
+                     DateExtra::stringDateIntervalSinceNow(QDateTime::fromMSecsSinceEpoch(date, Qt::UTC), same));
     }
 };
 
