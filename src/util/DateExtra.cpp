@@ -136,20 +136,21 @@ private:
 } // namespace
 
 IntervalTextCache::IntervalTextCache(const Clock& clock)
+    : m_now(clock.now())
 {
-    const qint64 msecs = clock.now().toMSecsSinceEpoch();
-    m_now = QDateTime::fromMSecsSinceEpoch(msecs - ((msecs % 1000) + 1000) % 1000, Qt::UTC);
+    const qint64 msecs = m_now.toMSecsSinceEpoch();
+    m_nowFraction = static_cast<int>((msecs % 1000 + 1000) % 1000);
 }
 
 const QByteArray& IntervalTextCache::utf8Text(qint64 msecsSinceEpoch)
 {
-    // Floor division: the fraction of a date before 1970 is positive too.
+    // Floor division: the milliseconds of a date before 1970 count up from its second too.
     qint64 second = msecsSinceEpoch / 1000;
     if (msecsSinceEpoch % 1000 < 0)
         --second;
-    const bool fraction = msecsSinceEpoch != second * 1000;
-    const qint64 key = second * 2 + (fraction ? 1 : 0);
-    auto [it, added] = m_texts.try_emplace(key);
+    const auto fraction = static_cast<int>(msecsSinceEpoch - second * 1000);
+    const int order = fraction < m_nowFraction ? 0 : fraction == m_nowFraction ? 1 : 2;
+    auto [it, added] = m_texts.try_emplace(second * 3 + order);
     if (added) {
         const FixedClock clock(m_now);
         it->second =

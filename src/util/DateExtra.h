@@ -44,9 +44,9 @@ QDateTime dateFromComponents(const DateComponents& components, const std::option
 
 // "just now", "а minute ago", "yesterday", "Mar, 7", "2 weeks ago", ...
 QString stringDateIntervalSinceNow(const QDateTime& date, const Clock& clock = Clock::system());
-// The texts of stringDateIntervalSinceNow for many dates, against one "now" read once (the current second,
-// the fraction dropped), each worked out once: with "now" a whole second, a date's text depends only on its
-// second and on whether it has a fraction, and a listing of files holds few distinct seconds. One thread.
+// The texts of stringDateIntervalSinceNow for many dates against one "now", read once, each worked out
+// once: a date's text depends only on its second and on whether its milliseconds are below, equal to or
+// above those of "now", and a listing of files holds few distinct seconds. One thread.
 class IntervalTextCache
 {
 public:
@@ -57,6 +57,7 @@ public:
 
 private:
     QDateTime m_now;
+    int m_nowFraction = 0;
     std::unordered_map<qint64, QByteArray> m_texts;
 };
 // "Just now", "Opened 3 days ago", "Opened more than 1 month ago", ...
