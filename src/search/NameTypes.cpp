@@ -164,41 +164,54 @@ MimeGlobIndex::Glob MimeGlobIndex::compile(std::string_view p)
             e.folding = c >= 'a' && c <= 'z';
             ++i;
         }
-        glob.push_back(e);
+        glob.places.push_back(e);
     }
+    auto& places = glob.places;
+    glob.star = std::any_of(places.begin(), places.end(), [](const Element& e) { return e.star; });
+    while (glob.head < places.size() && !places[glob.head].star)
+        ++glob.head;
+    while (glob.star && !places[places.size() - 1 - glob.tail].star)
+        ++glob.tail;
+    glob.fixed =
+        static_cast<size_t>(std::count_if(places.begin(), places.end(), [](const Element& e) { return !e.star; }));
     return glob;
 }
 
-// A pattern's parts between stars have fixed lengths: the first and the last are tied to the name's
-// ends, the others are taken at their leftmost place.
-bool MimeGlobIndex::matchesAscii(const Glob& glob, std::string_view name)
+namespace {
+
+bool takesUnit(const MimeGlobIndex::Element& e, int u)
 {
+    if (u >= 0)
+        return e.ascii.test(static_cast<size_t>(u));
+    return u == kFolding ? e.folding : e.other;
+}
+
+// A pattern's parts between stars have fixed lengths: the first and the last are tied to the name's
+// ends, the others are taken at their leftmost place (which leaves the most room to the rest).
+// takes(k, i): whether place k of the pattern may take unit i of the name, of n.
+template <typename Takes> bool matchParts(const MimeGlobIndex::Glob& glob, size_t n, const Takes& takes)
+{
+    const auto& places = glob.places;
     const auto partAt = [&](size_t from, size_t to, size_t at) {
         for (size_t k = from; k < to; ++k)
-            if (!glob[k].ascii.test(static_cast<size_t>(lowerAscii(name[at + k - from]))))
+            if (!takes(k, at + k - from))
                 return false;
         return true;
     };
-    size_t first = 0;
-    while (first < glob.size() && !glob[first].star)
-        ++first;
-    if (first == glob.size())
-        return name.size() == glob.size() && partAt(0, glob.size(), 0);
-    size_t last = glob.size();
-    while (!glob[last - 1].star)
-        --last;
-    const size_t tail = glob.size() - last;
-    if (first + tail > name.size() || !partAt(0, first, 0) || !partAt(last, glob.size(), name.size() - tail))
+    if (!glob.star)
+        return n == places.size() && partAt(0, places.size(), 0);
+    const size_t last = places.size() - glob.tail;
+    if (glob.fixed > n || !partAt(0, glob.head, 0) || !partAt(last, places.size(), n - glob.tail))
         return false;
-    size_t at = first;
-    const size_t end = name.size() - tail;
-    for (size_t k = first; k < last;) {
-        if (glob[k].star) {
+    size_t at = glob.head;
+    const size_t end = n - glob.tail;
+    for (size_t k = glob.head; k < last;) {
+        if (places[k].star) {
             ++k;
             continue;
         }
         size_t partEnd = k;
-        while (!glob[partEnd].star)
+        while (!places[partEnd].star)
             ++partEnd;
         const size_t length = partEnd - k;
         while (at + length <= end && !partAt(k, partEnd, at))
@@ -211,29 +224,38 @@ bool MimeGlobIndex::matchesAscii(const Glob& glob, std::string_view name)
     return true;
 }
 
-bool MimeGlobIndex::mayMatchWide(const Glob& glob, std::string_view name)
+} // namespace
+
+bool MimeGlobIndex::matchesAscii(const Glob& glob, std::string_view name)
 {
-    const std::vector<int> units = unitsOf(name);
-    const size_t P = glob.size();
+    return matchParts(glob, name.size(), [&](size_t k, size_t i) {
+        return glob.places[k].ascii.test(static_cast<size_t>(lowerAscii(name[i])));
+    });
+}
+
+bool MimeGlobIndex::mayMatchUnits(const Glob& glob, const std::vector<int>& units)
+{
+    return matchParts(glob, units.size(), [&](size_t k, size_t i) { return takesUnit(glob.places[k], units[i]); });
+}
+
+// A broken byte may stand for one unit or none: the parts have no fixed length then.
+bool MimeGlobIndex::mayMatchBroken(const Glob& glob, const std::vector<int>& units)
+{
+    const size_t P = glob.places.size();
     const size_t N = units.size();
-    const auto takes = [](const Element& e, int u) {
-        if (u >= 0)
-            return e.ascii.test(static_cast<size_t>(u));
-        return u == kFolding ? e.folding : e.other;
-    };
     // can[i][j]: the places from i match the units from j. Filled from the end.
     std::vector<char> can((P + 1) * (N + 1), 0);
     const auto at = [&](size_t i, size_t j) -> char& { return can[i * (N + 1) + j]; };
     for (size_t i = P + 1; i-- > 0;) {
         for (size_t j = N + 1; j-- > 0;) {
             bool ok = i == P && j == N;
-            const bool star = i < P && glob[i].star;
+            const bool star = i < P && glob.places[i].star;
             if (!ok && star)
                 ok = at(i + 1, j) || (j < N && at(i, j + 1));
             if (!ok && j < N && units[j] == kBroken)
                 ok = at(i, j + 1);
             if (!ok && j < N && i < P && !star)
-                ok = takes(glob[i], units[j] == kBroken ? kOther : units[j]) && at(i + 1, j + 1);
+                ok = takesUnit(glob.places[i], units[j] == kBroken ? kOther : units[j]) && at(i + 1, j + 1);
             at(i, j) = ok ? 1 : 0;
         }
     }
@@ -307,9 +329,14 @@ uint32_t MimeGlobIndex::child(uint32_t node, char c) const
 
 bool MimeGlobIndex::otherPatternMayMatch(std::string_view name) const
 {
-    const bool ascii = std::all_of(name.begin(), name.end(), isAscii);
-    return std::any_of(m_others.begin(), m_others.end(),
-                       [&](const Glob& glob) { return ascii ? matchesAscii(glob, name) : mayMatchWide(glob, name); });
+    if (std::all_of(name.begin(), name.end(), isAscii))
+        return std::any_of(m_others.begin(), m_others.end(),
+                           [name](const Glob& glob) { return matchesAscii(glob, name); });
+    const std::vector<int> units = unitsOf(name);
+    const bool broken = std::find(units.begin(), units.end(), kBroken) != units.end();
+    return std::any_of(m_others.begin(), m_others.end(), [&](const Glob& glob) {
+        return broken ? mayMatchBroken(glob, units) : mayMatchUnits(glob, units);
+    });
 }
 
 std::optional<std::string_view> MimeGlobIndex::decidingEnding(std::string_view name) const

@@ -33,7 +33,6 @@ public:
     // whole name tells.
     std::optional<std::string_view> decidingEnding(std::string_view name) const;
 
-private:
     // One place of a pattern: '*', or the characters it takes (ASCII ones lower-cased).
     struct Element
     {
@@ -42,10 +41,21 @@ private:
         bool folding = false; // a character outside ASCII that may be read as a letter
         bool other = false;   // any other character outside ASCII
     };
-    using Glob = std::vector<Element>;
+    struct Glob
+    {
+        std::vector<Element> places;
+        size_t head = 0;  // places before the first star (all of them without a star)
+        size_t tail = 0;  // places after the last star
+        size_t fixed = 0; // places that are not stars: the shortest name it matches
+        bool star = false;
+    };
+
+private:
     static Glob compile(std::string_view lowerPattern);
     static bool matchesAscii(const Glob& glob, std::string_view name);
-    static bool mayMatchWide(const Glob& glob, std::string_view name);
+    // Over the name's UTF-16 units, as unitsOf in the source file gives them.
+    static bool mayMatchUnits(const Glob& glob, const std::vector<int>& units);
+    static bool mayMatchBroken(const Glob& glob, const std::vector<int>& units);
 
     struct Node
     {
