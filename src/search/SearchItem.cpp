@@ -63,8 +63,17 @@ QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) c
 
 QByteArray SearchFolder::pathJoinedWith(const QByteArray& name) const
 {
-    return SearchPaths::collapseSlashes(
-        pathFollowedBy(std::string_view(name.constData(), static_cast<size_t>(name.size())), true));
+    const std::string_view tail(name.constData(), static_cast<size_t>(name.size()));
+    QByteArray path = pathFollowedBy(tail, true);
+    // Joining names that hold no slash puts no two together: only a folder named by a whole path (the
+    // searched one: "/", "//usr") or an empty name can, and only then is the whole path looked through.
+    bool single = !tail.empty() && tail.front() != '/';
+    for (const SearchFolder* f = this; f && single; f = f->parent()) {
+        const std::string_view part = f->name();
+        single = !part.empty() && part.back() != '/' &&
+                 (f->parent() ? part.find('/') == std::string_view::npos : part.find("//") == std::string_view::npos);
+    }
+    return single ? path : SearchPaths::collapseSlashes(path);
 }
 
 namespace SearchPaths {
