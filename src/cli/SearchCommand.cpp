@@ -51,7 +51,7 @@ constexpr int kExitError = 2;
 constexpr int kExitNoIndex = 3;
 constexpr int kExitInterrupted = 130; // the shell's convention for Ctrl-C
 constexpr int kProgressMillis = 100;
-constexpr qsizetype kOutputChunk = 256 * 1024;
+constexpr size_t kOutputChunk = 256 * 1024;
 
 volatile std::sig_atomic_t gInterrupted = 0;
 // The first failed write to standard output (errno), 0 while all went well.
@@ -302,19 +302,23 @@ const char* classOf(const SearchItem& item)
 class LongColumns
 {
 public:
-    void append(QByteArray& out, const SearchItem& item)
+    void append(std::string& out, const SearchItem& item)
     {
-        out.append(kindText(item.typeIndex)).append('\t');
+        const auto add = [&out](const QByteArray& text) { out.append(text.constData(), static_cast<size_t>(text.size())); };
+        add(kindText(item.typeIndex));
+        out.push_back('\t');
         if (item.fileSize < 0)
             out.append("--");
         else
-            out.append(sizeText(item.fileSize));
-        out.append('\t');
+            add(sizeText(item.fileSize));
+        out.push_back('\t');
         if (item.modifiedMSecs == SearchItem::kNoDate)
-            out.append('-');
+            out.push_back('-');
         else
-            out.append(m_dates.utf8Text(item.modifiedMSecs));
-        out.append('\t').append(classOf(item)).append('\t');
+            add(m_dates.utf8Text(item.modifiedMSecs));
+        out.push_back('\t');
+        out.append(classOf(item));
+        out.push_back('\t');
     }
 
 private:
@@ -331,14 +335,14 @@ private:
         }
         return text;
     }
-    QByteArray sizeText(qint64 size)
+    const QByteArray& sizeText(qint64 size)
     {
         if (auto it = m_sizes.find(size); it != m_sizes.end())
             return it->second;
-        QByteArray text = VolumeName::convertToStringFromFileSize(static_cast<quint64>(size)).toUtf8();
-        if (m_sizes.size() < kMaxSizes)
-            m_sizes.emplace(size, text);
-        return text;
+        if (m_sizes.size() >= kMaxSizes)
+            m_sizes.clear(); // a listing of many sizes: start over rather than grow without end
+        return m_sizes.emplace(size, VolumeName::convertToStringFromFileSize(static_cast<quint64>(size)).toUtf8())
+            .first->second;
     }
 
     std::vector<QByteArray> m_kinds;
@@ -459,22 +463,23 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
         if (!qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
             qputenv("TZ", ":/etc/localtime");
         LongColumns columns;
-        QByteArray out;
+        std::string out;
         out.reserve(kOutputChunk + 8 * 1024);
         for (const SearchItemPtr& item : items) {
             if (gInterrupted)
                 break; // the user asked to stop: not one more line
             if (options.longFormat)
                 columns.append(out, *item);
-            out.append(item->nativeFullPath()).append(terminator);
+            item->appendNativeFullPath(out);
+            out.push_back(terminator);
             if (out.size() >= kOutputChunk) {
-                if (!writeAll(out.constData(), static_cast<size_t>(out.size())))
+                if (!writeAll(out.data(), out.size()))
                     break;
                 out.clear();
             }
         }
         if (!gInterrupted)
-            writeAll(out.constData(), static_cast<size_t>(out.size()));
+            writeAll(out.data(), out.size());
     }
     return finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options,
                   manager.foldersSkipped());

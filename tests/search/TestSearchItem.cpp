@@ -83,7 +83,11 @@ private Q_SLOTS:
         SearchFolderPtr folder = SearchFolder::make(top);
         for (const QByteArray& name : std::as_const(names))
             folder = SearchFolder::make(folder, std::string_view(name.constData(), size_t(name.size())), false, false);
-        QTEST(SearchItem(item, folder).nativeFullPath(), "full");
+        const SearchItem found(item, folder);
+        QTEST(found.nativeFullPath(), "full");
+        std::string listing = "kind\t";
+        found.appendNativeFullPath(listing);
+        QCOMPARE(QByteArray::fromStdString(listing), "kind\t" + found.nativeFullPath());
     }
 
     // The chain outlives the pointers that made it, and the last item of a very deep folder frees every
