@@ -267,6 +267,8 @@ MimeGlobIndex::MimeGlobIndex(const QStringList& patterns, bool complete)
 {
     for (const QString& pattern : patterns) {
         const QByteArray bytes = pattern.toUtf8();
+        if (bytes.isEmpty())
+            continue; // matches no name
         if (std::any_of(bytes.begin(), bytes.end(), [](char c) { return !isAscii(c) || c == '\\'; })) {
             // Letters outside ASCII fold in ways these byte comparisons do not follow; escapes are not read.
             m_complete = false;
@@ -276,7 +278,15 @@ MimeGlobIndex::MimeGlobIndex(const QStringList& patterns, bool complete)
         std::transform(lower.begin(), lower.end(), lower.begin(), lowerAscii);
         const std::string_view ending = std::string_view(lower).substr(lower.empty() ? 0 : 1);
         if (lower.size() < 2 || lower[0] != '*' || std::any_of(ending.begin(), ending.end(), isWildcard)) {
-            m_others.push_back(compile(lower));
+            Glob glob = compile(lower);
+            // Filed by the one character an ASCII name must start with, when the pattern starts with one.
+            const Element& first = glob.places.front();
+            const bool filed = !first.star && !first.other && first.ascii.count() == 1;
+            size_t letter = 0;
+            while (filed && !first.ascii.test(letter))
+                ++letter;
+            auto& list = filed ? m_othersByFirst[letter] : m_othersAnyFirst;
+            list.push_back(std::move(glob));
             continue;
         }
         uint32_t node = 0;
@@ -329,14 +339,21 @@ uint32_t MimeGlobIndex::child(uint32_t node, char c) const
 
 bool MimeGlobIndex::otherPatternMayMatch(std::string_view name) const
 {
-    if (std::all_of(name.begin(), name.end(), isAscii))
-        return std::any_of(m_others.begin(), m_others.end(),
-                           [name](const Glob& glob) { return matchesAscii(glob, name); });
+    if (std::all_of(name.begin(), name.end(), isAscii)) {
+        const auto matches = [name](const Glob& glob) { return matchesAscii(glob, name); };
+        const std::vector<Glob>& byFirst = m_othersByFirst[static_cast<size_t>(lowerAscii(name.front()))];
+        return std::any_of(byFirst.begin(), byFirst.end(), matches) ||
+               std::any_of(m_othersAnyFirst.begin(), m_othersAnyFirst.end(), matches);
+    }
     const std::vector<int> units = unitsOf(name);
     const bool broken = std::find(units.begin(), units.end(), kBroken) != units.end();
-    return std::any_of(m_others.begin(), m_others.end(), [&](const Glob& glob) {
+    const auto matches = [&](const Glob& glob) {
         return broken ? mayMatchBroken(glob, units) : mayMatchUnits(glob, units);
-    });
+    };
+    // A first character outside ASCII may stand for a letter: every list.
+    return std::any_of(m_othersAnyFirst.begin(), m_othersAnyFirst.end(), matches) ||
+           std::any_of(m_othersByFirst.begin(), m_othersByFirst.end(),
+                       [&](const std::vector<Glob>& list) { return std::any_of(list.begin(), list.end(), matches); });
 }
 
 std::optional<std::string_view> MimeGlobIndex::decidingEnding(std::string_view name) const

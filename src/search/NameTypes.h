@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
@@ -67,7 +68,9 @@ private:
 
     bool m_complete;
     std::vector<Node> m_nodes{Node{}};
-    std::vector<Glob> m_others;
+    // The other patterns: those a name must start with a given letter for, and the rest.
+    std::array<std::vector<Glob>, 128> m_othersByFirst;
+    std::vector<Glob> m_othersAnyFirst;
 };
 
 // The type of regular files by name alone (the database's answer matching file names only, never
