@@ -105,7 +105,8 @@ QStringList readGlobs2(const QString& path, bool& ok)
         if (line.isEmpty() || line.startsWith('#'))
             continue;
         const QList<QByteArray> fields = line.split(':');
-        if (fields.size() < 3) {
+        // A colon inside a pattern would cut it short: a line not read with certainty spoils the list.
+        if (fields.size() < 3 || fields.size() > 4 || (fields.size() == 4 && fields.at(3) != "cs")) {
             ok = false;
             continue;
         }
@@ -339,6 +340,8 @@ uint32_t MimeGlobIndex::child(uint32_t node, char c) const
 
 bool MimeGlobIndex::otherPatternMayMatch(std::string_view name) const
 {
+    if (name.empty())
+        return true; // no name a folder lists, nothing to type
     if (std::all_of(name.begin(), name.end(), isAscii)) {
         const auto matches = [name](const Glob& glob) { return matchesAscii(glob, name); };
         const std::vector<Glob>& byFirst = m_othersByFirst[static_cast<size_t>(lowerAscii(name.front()))];
