@@ -304,29 +304,30 @@ MimeGlobIndex::MimeGlobIndex(const QStringList& patterns, bool complete)
     }
 }
 
+MimeGlobIndex MimeGlobIndex::fromFolders(const QStringList& folders)
+{
+    // The database reads every "mime" data folder: its compiled cache, or else its package files.
+    // The list of patterns written beside each cache is read here; package files alone are not.
+    bool complete = !folders.isEmpty();
+    bool mainPackage = false;
+    QStringList patterns;
+    for (const QString& folder : folders) {
+        mainPackage = mainPackage || QFileInfo::exists(folder + QStringLiteral("/packages/freedesktop.org.xml"));
+        if (!QFileInfo::exists(folder + QStringLiteral("/mime.cache"))) {
+            if (QFileInfo(folder + QStringLiteral("/packages")).isDir())
+                complete = false;
+            continue;
+        }
+        patterns += readGlobs2(folder + QStringLiteral("/globs2"), complete);
+    }
+    // Without the shared package anywhere, Qt adds the copy built into it, whose patterns are not listed.
+    return MimeGlobIndex(patterns, complete && mainPackage);
+}
+
 const MimeGlobIndex& MimeGlobIndex::system()
 {
-    static const MimeGlobIndex index = [] {
-        // The database reads every "mime" data folder: its compiled cache, or else its package files.
-        // The list of patterns written beside each cache is read here; package files alone are not.
-        const QStringList folders = QStandardPaths::locateAll(QStandardPaths::GenericDataLocation,
-                                                              QStringLiteral("mime"), QStandardPaths::LocateDirectory);
-        bool complete = !folders.isEmpty();
-        bool mainPackage = false;
-        QStringList patterns;
-        for (const QString& folder : folders) {
-            mainPackage = mainPackage || QFileInfo::exists(folder + QStringLiteral("/packages/freedesktop.org.xml"));
-            const bool cache = QFileInfo::exists(folder + QStringLiteral("/mime.cache"));
-            if (!cache) {
-                if (QFileInfo(folder + QStringLiteral("/packages")).isDir())
-                    complete = false;
-                continue;
-            }
-            patterns += readGlobs2(folder + QStringLiteral("/globs2"), complete);
-        }
-        // Without the shared package anywhere, Qt adds the copy built into it, whose patterns are not listed.
-        return MimeGlobIndex(patterns, complete && mainPackage);
-    }();
+    static const MimeGlobIndex index = fromFolders(QStandardPaths::locateAll(
+        QStandardPaths::GenericDataLocation, QStringLiteral("mime"), QStandardPaths::LocateDirectory));
     return index;
 }
 

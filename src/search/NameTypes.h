@@ -27,6 +27,8 @@ public:
     // The patterns of the MIME directories the database reads, read once; incomplete when a directory
     // has no pattern list of its own, or when the database would fall back to a copy built into Qt.
     static const MimeGlobIndex& system();
+    // The same for the given "mime" folders.
+    static MimeGlobIndex fromFolders(const QStringList& folders);
 
     // The ending of name that alone decides its type: the longest ending some "*ending" pattern matches
     // (letters compared without case; "" when none does). Nothing when another kind of pattern could

@@ -1,7 +1,10 @@
 #include "search/NameTypes.h"
 #include "search/SearchItem.h"
 
+#include <QDir>
+#include <QFile>
 #include <QMimeDatabase>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <algorithm>
@@ -103,6 +106,47 @@ private Q_SLOTS:
         QCOMPARE(endingOf(incomplete, "x.c"), QByteArray("(name)"));
         const MimeGlobIndex foreign({"*.c", QStringLiteral("*.\u00e9t\u00e9")});
         QCOMPARE(endingOf(foreign, "x.c"), QByteArray("(name)"));
+    }
+
+    // The lists are read beside each compiled cache; a folder the database reads otherwise, a line that
+    // cannot be read for certain, or no shared package anywhere leaves every name to the database.
+    void patternListsOfTheMimeFolders()
+    {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const auto folder = [&dir](const QString& name, const QByteArray& globs, bool cache, bool mainPackage) {
+            const QString path = dir.filePath(name);
+            QDir().mkpath(path + QStringLiteral("/packages"));
+            if (cache) {
+                QFile(path + QStringLiteral("/mime.cache")).open(QIODevice::WriteOnly);
+                QFile list(path + QStringLiteral("/globs2"));
+                list.open(QIODevice::WriteOnly);
+                list.write(globs);
+            }
+            if (mainPackage)
+                QFile(path + QStringLiteral("/packages/freedesktop.org.xml")).open(QIODevice::WriteOnly);
+            return path;
+        };
+        const QString shared = folder(QStringLiteral("shared"),
+                                      "# comment\n50:text/x-csrc:*.c:cs\n50:text/x-readme:README*\n", true, true);
+        const QString user = folder(QStringLiteral("user"), "50:application/x-thing:*.thing\n", true, false);
+        const MimeGlobIndex both = MimeGlobIndex::fromFolders({user, shared});
+        QCOMPARE(endingOf(both, "a.c"), QByteArray(".c"));
+        QCOMPARE(endingOf(both, "a.thing"), QByteArray(".thing"));
+        QCOMPARE(endingOf(both, "readme.c"), QByteArray("(name)"));
+
+        QCOMPARE(endingOf(MimeGlobIndex::fromFolders({user}), "a.c"), QByteArray("(name)"));
+        const QString packagesOnly = folder(QStringLiteral("packages"), {}, false, false);
+        QCOMPARE(endingOf(MimeGlobIndex::fromFolders({packagesOnly, shared}), "a.c"), QByteArray("(name)"));
+        const QString neither = dir.filePath(QStringLiteral("empty"));
+        QDir().mkpath(neither);
+        QCOMPARE(endingOf(MimeGlobIndex::fromFolders({neither, shared}), "a.c"), QByteArray(".c"));
+        const QString colon = folder(QStringLiteral("colon"), "50:text/x-odd:*.a:b\n", true, false);
+        QCOMPARE(endingOf(MimeGlobIndex::fromFolders({colon, shared}), "a.c"), QByteArray("(name)"));
+        const QString noList = folder(QStringLiteral("nolist"), {}, true, false);
+        QFile::remove(noList + QStringLiteral("/globs2"));
+        QCOMPARE(endingOf(MimeGlobIndex::fromFolders({noList, shared}), "a.c"), QByteArray("(name)"));
+        QCOMPARE(endingOf(MimeGlobIndex::fromFolders({}), "a.c"), QByteArray("(name)"));
     }
 
     // Names that share an ending but differ in what else the database looks at, asked in several
