@@ -297,6 +297,8 @@ MimeGlobIndex::MimeGlobIndex(const QStringList& patterns, bool complete)
                 next = static_cast<uint32_t>(m_nodes.size());
                 m_nodes[node].next.emplace_back(*c, next);
                 m_nodes.emplace_back();
+                if (node == 0)
+                    m_rootChildren[static_cast<unsigned char>(*c) & 0x7F] = next;
             }
             node = next;
         }
@@ -333,6 +335,8 @@ const MimeGlobIndex& MimeGlobIndex::system()
 
 uint32_t MimeGlobIndex::child(uint32_t node, char c) const
 {
+    if (node == 0)
+        return m_rootChildren[static_cast<unsigned char>(c) & 0x7F];
     for (const auto& [letter, next] : m_nodes[node].next)
         if (letter == c)
             return next;

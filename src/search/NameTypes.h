@@ -70,6 +70,7 @@ private:
 
     bool m_complete;
     std::vector<Node> m_nodes{Node{}};
+    std::array<uint32_t, 128> m_rootChildren{}; // every name's walk starts there: looked up directly
     // The other patterns: those a name must start with a given letter for, and the rest.
     std::array<std::vector<Glob>, 128> m_othersByFirst;
     std::vector<Glob> m_othersAnyFirst;
