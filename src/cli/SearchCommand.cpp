@@ -39,6 +39,8 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <unordered_map>
+#include <vector>
 
 namespace cli {
 namespace {
@@ -49,6 +51,7 @@ constexpr int kExitError = 2;
 constexpr int kExitNoIndex = 3;
 constexpr int kExitInterrupted = 130; // the shell's convention for Ctrl-C
 constexpr int kProgressMillis = 100;
+constexpr size_t kOutputChunk = 256 * 1024;
 
 volatile std::sig_atomic_t gInterrupted = 0;
 // The first failed write to standard output (errno), 0 while all went well.
@@ -285,27 +288,67 @@ private:
     bool m_enabled;
 };
 
-QString classOf(const SearchItem& item)
+const char* classOf(const SearchItem& item)
 {
     if (item.fileInPackage)
-        return QStringLiteral("package");
+        return "package";
     if (item.fileHidden || item.fileInHiddenFolder)
-        return QStringLiteral("hidden");
-    return QStringLiteral("regular");
+        return "hidden";
+    return "regular";
 }
 
-QByteArray longLine(const SearchItem& item)
+// The columns before the path of a long line. A listing repeats few kinds, sizes and dates: each text
+// is made once, and all dates are told against the same "now".
+class LongColumns
 {
-    const QString size = item.fileSize < 0
-                             ? QStringLiteral("--")
-                             : VolumeName::convertToStringFromFileSize(static_cast<quint64>(item.fileSize));
-    const QString date =
-        item.lastUsedDate().isValid() ? DateExtra::stringDateIntervalSinceNow(item.lastUsedDate()) : QStringLiteral("-");
-    const QString kind = item.fileType().isEmpty() ? QStringLiteral("-") : item.fileType();
-    return (kind + QLatin1Char('\t') + size + QLatin1Char('\t') + date + QLatin1Char('\t') + classOf(item) +
-            QLatin1Char('\t'))
-        .toUtf8();
-}
+public:
+    void append(std::string& out, const SearchItem& item)
+    {
+        const auto add = [&out](const QByteArray& text) { out.append(text.constData(), static_cast<size_t>(text.size())); };
+        add(kindText(item.typeIndex));
+        out.push_back('\t');
+        if (item.fileSize < 0)
+            out.append("--");
+        else
+            add(sizeText(item.fileSize));
+        out.push_back('\t');
+        if (item.modifiedMSecs == SearchItem::kNoDate)
+            out.push_back('-');
+        else
+            add(m_dates.utf8Text(item.modifiedMSecs));
+        out.push_back('\t');
+        out.append(classOf(item));
+        out.push_back('\t');
+    }
+
+private:
+    static constexpr size_t kMaxSizes = 4096;
+
+    const QByteArray& kindText(quint16 typeIndex)
+    {
+        if (typeIndex >= m_kinds.size())
+            m_kinds.resize(typeIndex + 1);
+        QByteArray& text = m_kinds[typeIndex];
+        if (text.isNull()) {
+            const QString kind = SearchTypes::name(typeIndex);
+            text = kind.isEmpty() ? QByteArray("-") : kind.toUtf8();
+        }
+        return text;
+    }
+    const QByteArray& sizeText(qint64 size)
+    {
+        if (auto it = m_sizes.find(size); it != m_sizes.end())
+            return it->second;
+        if (m_sizes.size() >= kMaxSizes)
+            m_sizes.clear(); // a listing of many sizes: start over rather than grow without end
+        return m_sizes.emplace(size, VolumeName::convertToStringFromFileSize(static_cast<quint64>(size)).toUtf8())
+            .first->second;
+    }
+
+    std::vector<QByteArray> m_kinds;
+    std::unordered_map<qint64, QByteArray> m_sizes;
+    DateExtra::IntervalTextCache m_dates;
+};
 
 int finish(long found, long total, const Options& options, int skippedFolders)
 {
@@ -419,21 +462,24 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
         // times per line; naming the same file once keeps the answer and drops the system calls.
         if (!qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
             qputenv("TZ", ":/etc/localtime");
-        QByteArray out;
+        LongColumns columns;
+        std::string out;
+        out.reserve(kOutputChunk + 8 * 1024);
         for (const SearchItemPtr& item : items) {
             if (gInterrupted)
                 break; // the user asked to stop: not one more line
             if (options.longFormat)
-                out.append(longLine(*item));
-            out.append(item->nativeFullPath()).append(terminator);
-            if (out.size() >= 64 * 1024) {
-                if (!writeAll(out.constData(), static_cast<size_t>(out.size())))
+                columns.append(out, *item);
+            item->appendNativeFullPath(out);
+            out.push_back(terminator);
+            if (out.size() >= kOutputChunk) {
+                if (!writeAll(out.data(), out.size()))
                     break;
                 out.clear();
             }
         }
         if (!gInterrupted)
-            writeAll(out.constData(), static_cast<size_t>(out.size()));
+            writeAll(out.data(), out.size());
     }
     return finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options,
                   manager.foldersSkipped());

@@ -39,18 +39,16 @@ SearchFolderPtr SearchFolder::make(SearchFolderPtr parent, std::string_view name
     return SearchFolderPtr(record);
 }
 
-QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) const
+size_t SearchFolder::pathLength() const
 {
-    const qsizetype tail = static_cast<qsizetype>(name.size()) + (withSlash ? 1 : 0);
-    qsizetype length = tail;
+    size_t length = 0;
     for (const SearchFolder* f = this; f; f = f->parent())
-        length += static_cast<qsizetype>(f->m_nameLength) + (f->parent() ? 1 : 0);
-    QByteArray out(length, Qt::Uninitialized);
-    char* end = out.data() + length - tail;
-    if (withSlash)
-        end[0] = '/';
-    if (!name.empty())
-        std::memcpy(end + (withSlash ? 1 : 0), name.data(), name.size());
+        length += f->m_nameLength + (f->parent() ? 1 : 0);
+    return length;
+}
+
+void SearchFolder::writePathEndingAt(char* end) const
+{
     for (const SearchFolder* f = this; f; f = f->parent()) {
         end -= f->m_nameLength;
         if (f->m_nameLength > 0)
@@ -58,13 +56,42 @@ QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) c
         if (f->parent())
             *--end = '/';
     }
+}
+
+QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) const
+{
+    const size_t tail = name.size() + (withSlash ? 1 : 0);
+    const size_t length = pathLength() + tail;
+    QByteArray out(static_cast<qsizetype>(length), Qt::Uninitialized);
+    char* end = out.data() + length - tail;
+    if (withSlash)
+        end[0] = '/';
+    if (!name.empty())
+        std::memcpy(end + (withSlash ? 1 : 0), name.data(), name.size());
+    writePathEndingAt(end);
     return out;
+}
+
+bool SearchFolder::joinsWithSingleSlashes(std::string_view name) const
+{
+    // Joining names that hold no slash puts no two together: only a folder named by a whole path (the
+    // searched one: "/", "//usr") or an empty name can, and only then is the whole path looked through.
+    if (name.empty() || name.front() == '/')
+        return false;
+    for (const SearchFolder* f = this; f; f = f->parent()) {
+        const std::string_view part = f->name();
+        if (part.empty() || part.back() == '/' ||
+            (f->parent() ? part.find('/') != std::string_view::npos : part.find("//") != std::string_view::npos))
+            return false;
+    }
+    return true;
 }
 
 QByteArray SearchFolder::pathJoinedWith(const QByteArray& name) const
 {
-    return SearchPaths::collapseSlashes(
-        pathFollowedBy(std::string_view(name.constData(), static_cast<size_t>(name.size())), true));
+    const std::string_view tail(name.constData(), static_cast<size_t>(name.size()));
+    const QByteArray path = pathFollowedBy(tail, true);
+    return joinsWithSingleSlashes(tail) ? path : SearchPaths::collapseSlashes(path);
 }
 
 namespace SearchPaths {
@@ -204,6 +231,22 @@ QString SearchItem::fullFileNameWithPath() const
 QByteArray SearchItem::nativeFullPath() const
 {
     return m_folder ? m_folder->pathJoinedWith(rawFileName) : SearchPaths::join({}, rawFileName);
+}
+
+void SearchItem::appendNativeFullPath(std::string& out) const
+{
+    const std::string_view name(rawFileName.constData(), static_cast<size_t>(rawFileName.size()));
+    if (!m_folder || !m_folder->joinsWithSingleSlashes(name)) {
+        const QByteArray path = nativeFullPath();
+        out.append(path.constData(), static_cast<size_t>(path.size()));
+        return;
+    }
+    const size_t at = out.size();
+    out.resize(at + m_folder->pathLength() + 1 + name.size());
+    char* end = out.data() + out.size() - name.size();
+    std::memcpy(end, name.data(), name.size());
+    *--end = '/';
+    m_folder->writePathEndingAt(end);
 }
 
 QString SearchItem::enclosingFolderName() const

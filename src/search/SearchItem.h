@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -73,6 +74,11 @@ public:
     QByteArray path() const { return pathFollowedBy({}, false); }
     // The path, "/" and name in one allocation, with runs of slashes made single (see SearchPaths::join).
     QByteArray pathJoinedWith(const QByteArray& name) const;
+    // Whether the path, "/" and name show no two slashes in a row as they stand (nothing to collapse).
+    bool joinsWithSingleSlashes(std::string_view name) const;
+    size_t pathLength() const;
+    // Writes the path backwards so that it ends just before end.
+    void writePathEndingAt(char* end) const;
     std::string_view name() const { return {reinterpret_cast<const char*>(this + 1), m_nameLength}; }
     const SearchFolder* parent() const { return m_parent.get(); }
 
@@ -143,6 +149,8 @@ public:
     QString enclosingFolderName() const;
     QString enclosingFolderForSorting() const { return filePath(); }
     QByteArray nativeFullPath() const;
+    // The same appended to out, without a buffer of its own (long listings).
+    void appendNativeFullPath(std::string& out) const;
 
     // The bits this item adds to the search's found mask. It looks only at the item's own hidden
     // flag: a plain file inside a hidden folder counts as regular here, though it is filtered as hidden.

@@ -1,5 +1,6 @@
 #include "SearchManager.h"
 
+#include "NameTypes.h"
 #include "Walker.h"
 #include "core/NotificationCenter.h"
 #include "platform/HiddenFlag.h"
@@ -15,17 +16,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <shared_mutex>
 #include <string>
 #include <system_error>
-#include <unordered_map>
 
 namespace {
 
 // A ".hidden" larger than this is not a list of names someone keeps by hand: it is ignored, as everywhere.
 constexpr off_t kHiddenListMax = HiddenFlag::kMaxListSize;
-// Names without an extension are cached by the whole name, up to this many per search.
-constexpr size_t kMaxWholeNameKeys = 65536;
 constexpr unsigned kStatFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr unsigned kStatMask = STATX_TYPE | STATX_SIZE | STATX_MTIME;
 
@@ -67,19 +64,6 @@ QSet<QByteArray> readHiddenList(int dirFd, const char* name)
         if (!line.isEmpty())
             names.insert(line);
     return names;
-}
-
-// The part of a name its type is told by: from the last dot (two short parts as in ".tar.gz"), or the
-// whole name when it has no extension.
-std::string_view typeKey(std::string_view name)
-{
-    const size_t last = name.rfind('.');
-    if (last == std::string_view::npos || last == 0)
-        return name;
-    const size_t before = name.rfind('.', last - 1);
-    if (before != std::string_view::npos && before > 0 && last - before - 1 <= 4)
-        return name.substr(before);
-    return name.substr(last);
 }
 
 quint16 fixedType(const char* name)
@@ -157,18 +141,6 @@ thread_local std::vector<std::pair<int, SearchItemPtr>> t_batch;
 constexpr size_t kBatchSize = 512;
 
 } // namespace
-
-struct SearchManager::TypeCache
-{
-    struct Hash
-    {
-        using is_transparent = void;
-        size_t operator()(std::string_view key) const { return std::hash<std::string_view>{}(key); }
-    };
-    std::shared_mutex mutex;
-    std::unordered_map<std::string, quint16, Hash, std::equal_to<>> types;
-    size_t wholeNames = 0;
-};
 
 // What a search knows of one folder it walked: the facts its items share, and its ".hidden" names.
 struct SearchManager::FolderFacts
@@ -268,7 +240,7 @@ SearchManager::SearchManager(NotificationCenter& center, QThreadPool* scanPool, 
     : QObject(parent)
     , m_center(center)
     , m_scanPool(scanPool ? scanPool : &m_ownScanPool)
-    , m_typeCache(std::make_unique<TypeCache>())
+    , m_nameTypes(std::make_unique<NameTypes>())
     , m_packageSums(std::make_shared<QHash<QByteArray, qint64>>())
 {
     m_sizePool.setMaxThreadCount(1);
@@ -361,11 +333,7 @@ SearchManager::StartResult SearchManager::performSearchWithBytes(const QByteArra
         m_hiddenNames.clear();
         m_inHiddenFolder.clear();
     }
-    {
-        std::unique_lock lock(m_typeCache->mutex);
-        m_typeCache->types.clear();
-        m_typeCache->wholeNames = 0;
-    }
+    m_nameTypes->clear();
     // Emptied on the size pool's thread, after the sums the previous search started.
     m_sizePool.start([sums = m_packageSums] { sums->clear(); });
     findFiles(searchText, folder, [this] {
@@ -430,29 +398,6 @@ SearchItemPtr SearchManager::makeItem(std::string_view name, std::string_view pa
     return classify(AT_FDCWD, full.constData(), rawName, std::move(folder), hidden);
 }
 
-quint16 SearchManager::typeFromName(std::string_view name)
-{
-    const std::string_view key = typeKey(name);
-    TypeCache& cache = *m_typeCache;
-    {
-        std::shared_lock lock(cache.mutex);
-        if (auto it = cache.types.find(key); it != cache.types.end())
-            return it->second;
-    }
-    static const QMimeDatabase db;
-    const QString type = db.mimeTypeForFile(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())),
-                                            QMimeDatabase::MatchExtension)
-                             .name();
-    const quint16 index = SearchTypes::intern(type);
-    std::unique_lock lock(cache.mutex);
-    const bool whole = key.size() == name.size();
-    if (!whole || cache.wholeNames < kMaxWholeNameKeys) {
-        if (cache.types.emplace(std::string(key), index).second && whole)
-            ++cache.wholeNames;
-    }
-    return index;
-}
-
 SearchItemPtr SearchManager::classify(int dirFd, const char* statName, QByteArray rawName, SearchFolderPtr folder,
                                       const QSet<QByteArray>& hiddenNames)
 {
@@ -484,7 +429,7 @@ SearchItemPtr SearchManager::classify(int dirFd, const char* statName, QByteArra
     if (S_ISDIR(mode))
         item->typeIndex = kDirectory;
     else if (S_ISREG(mode))
-        item->typeIndex = typeFromName(name);
+        item->typeIndex = m_nameTypes->typeOf(name);
     else if (S_ISCHR(mode))
         item->typeIndex = kCharDevice;
     else if (S_ISBLK(mode))

@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+class NameTypes;
 class NotificationCenter;
 
 // What the search manager tells the results window.
@@ -139,7 +140,6 @@ private:
     // AT_FDCWD), name its own name. Reads nothing but the entry's inode.
     SearchItemPtr classify(int dirFd, const char* statName, QByteArray name, SearchFolderPtr folder,
                            const QSet<QByteArray>& hiddenNames);
-    quint16 typeFromName(std::string_view name);
     void queueItems(std::vector<std::pair<int, SearchItemPtr>>& items);
     void applyPendingItems();
     // Ends the current search for good: its late matches and completion are dropped.
@@ -176,10 +176,8 @@ private:
     QHash<QByteArray, QSet<QByteArray>> m_hiddenNames;
     QHash<QByteArray, bool> m_inHiddenFolder;
 
-    // Per-search cache of the type by the end of a name (its extension, or the whole name when it has
-    // none), in front of the MIME database and its global lock.
-    struct TypeCache;
-    std::unique_ptr<TypeCache> m_typeCache;
+    // Per-search answers of the MIME database by name, in front of it and its global lock.
+    std::unique_ptr<NameTypes> m_nameTypes;
     // Package sums of the current search, by path; read and written only on the size pool's thread.
     const std::shared_ptr<QHash<QByteArray, qint64>> m_packageSums;
 };

@@ -116,6 +116,49 @@ QString stringDateIntervalSinceNow(const QDateTime& date, const Clock& clock)
     return QStringLiteral("%1 seconds ago").arg(iv.second);
 }
 
+namespace {
+
+// Answers one fixed instant.
+class FixedClock final : public Clock
+{
+public:
+    explicit FixedClock(const QDateTime& now)
+        : m_now(now)
+    {
+    }
+    QDateTime now() const override { return m_now; }
+    Handle callAfter(int, QObject*, std::function<void()>) override { return {}; }
+
+private:
+    QDateTime m_now;
+};
+
+} // namespace
+
+IntervalTextCache::IntervalTextCache(const Clock& clock)
+    : m_now(clock.now())
+{
+    const qint64 msecs = m_now.toMSecsSinceEpoch();
+    m_nowFraction = static_cast<int>((msecs % 1000 + 1000) % 1000);
+}
+
+const QByteArray& IntervalTextCache::utf8Text(qint64 msecsSinceEpoch)
+{
+    // Floor division: the milliseconds of a date before 1970 count up from its second too.
+    qint64 second = msecsSinceEpoch / 1000;
+    if (msecsSinceEpoch % 1000 < 0)
+        --second;
+    const auto fraction = static_cast<int>(msecsSinceEpoch - second * 1000);
+    const int order = fraction < m_nowFraction ? 0 : fraction == m_nowFraction ? 1 : 2;
+    auto [it, added] = m_texts.try_emplace(second * 3 + order);
+    if (added) {
+        const FixedClock clock(m_now);
+        it->second =
+            stringDateIntervalSinceNow(QDateTime::fromMSecsSinceEpoch(msecsSinceEpoch, Qt::UTC), clock).toUtf8();
+    }
+    return it->second;
+}
+
 QString stringDateIntervalSinceNowExtended(const QDateTime& date, const Clock& clock)
 {
     const Interval iv = calendarInterval(date, clock.now());

@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <optional>
+#include <unordered_map>
 
 // Relative date texts ("3 hours ago"), same-day times and month arithmetic. Every routine works in local
 // time and the Gregorian calendar; an invalid QDateTime stands for "no date". Routines that depend on
@@ -43,6 +44,22 @@ QDateTime dateFromComponents(const DateComponents& components, const std::option
 
 // "just now", "а minute ago", "yesterday", "Mar, 7", "2 weeks ago", ...
 QString stringDateIntervalSinceNow(const QDateTime& date, const Clock& clock = Clock::system());
+// The texts of stringDateIntervalSinceNow for many dates against one "now", read once, each worked out
+// once: a date's text depends only on its second and on whether its milliseconds are below, equal to or
+// above those of "now", and a listing of files holds few distinct seconds. One thread.
+class IntervalTextCache
+{
+public:
+    explicit IntervalTextCache(const Clock& clock = Clock::system());
+    // UTF-8; msecsSinceEpoch is a UTC instant.
+    const QByteArray& utf8Text(qint64 msecsSinceEpoch);
+    QDateTime now() const { return m_now; }
+
+private:
+    QDateTime m_now;
+    int m_nowFraction = 0;
+    std::unordered_map<qint64, QByteArray> m_texts;
+};
 // "Just now", "Opened 3 days ago", "Opened more than 1 month ago", ...
 QString stringDateIntervalSinceNowExtended(const QDateTime& date, const Clock& clock = Clock::system());
 // "3:07PM" when the date falls on today, else nullopt. Safe from any thread.

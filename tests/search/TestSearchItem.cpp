@@ -50,6 +50,46 @@ private Q_SLOTS:
         QTEST(item.enclosingFolderName(), "enclosing");
     }
 
+    // A full path never shows two slashes in a row, whichever part brings them: the searched folder's
+    // whole path, a name that is empty or holds slashes (never made by a walk, but possible), the item's.
+    void fullPathsHaveSingleSlashes_data()
+    {
+        QTest::addColumn<QByteArray>("top");
+        QTest::addColumn<QByteArrayList>("names");
+        QTest::addColumn<QByteArray>("item");
+        QTest::addColumn<QByteArray>("full");
+        QTest::newRow("plain") << QByteArray("/t") << QByteArrayList{"a", "b"} << QByteArray("f")
+                               << QByteArray("/t/a/b/f");
+        QTest::newRow("root") << QByteArray("/") << QByteArrayList{} << QByteArray("f") << QByteArray("/f");
+        QTest::newRow("walk of the root")
+            << QByteArray("//usr") << QByteArrayList{"lib"} << QByteArray("f") << QByteArray("/usr/lib/f");
+        QTest::newRow("top ends in a slash")
+            << QByteArray("/t/") << QByteArrayList{} << QByteArray("f") << QByteArray("/t/f");
+        QTest::newRow("empty name") << QByteArray("/t") << QByteArrayList{"a", "", "b"} << QByteArray("f")
+                                    << QByteArray("/t/a/b/f");
+        QTest::newRow("name ends in a slash")
+            << QByteArray("/t") << QByteArrayList{"a/"} << QByteArray("f") << QByteArray("/t/a/f");
+        QTest::newRow("name starts with a slash")
+            << QByteArray("/t") << QByteArrayList{"/a"} << QByteArray("f") << QByteArray("/t/a/f");
+        QTest::newRow("item starts with a slash")
+            << QByteArray("/t") << QByteArrayList{"a"} << QByteArray("/f") << QByteArray("/t/a/f");
+        QTest::newRow("empty item") << QByteArray("/t") << QByteArrayList{"a"} << QByteArray("") << QByteArray("/t/a/");
+    }
+    void fullPathsHaveSingleSlashes()
+    {
+        QFETCH(QByteArray, top);
+        QFETCH(QByteArrayList, names);
+        QFETCH(QByteArray, item);
+        SearchFolderPtr folder = SearchFolder::make(top);
+        for (const QByteArray& name : std::as_const(names))
+            folder = SearchFolder::make(folder, std::string_view(name.constData(), size_t(name.size())), false, false);
+        const SearchItem found(item, folder);
+        QTEST(found.nativeFullPath(), "full");
+        std::string listing = "kind\t";
+        found.appendNativeFullPath(listing);
+        QCOMPARE(QByteArray::fromStdString(listing), "kind\t" + found.nativeFullPath());
+    }
+
     // The chain outlives the pointers that made it, and the last item of a very deep folder frees every
     // record above it without running out of stack.
     void recordsLiveAsLongAsSomeItemNeedsThem()

@@ -4,6 +4,8 @@
 
 #include <QTest>
 
+#include <ctime>
+
 #include <thread>
 #include <vector>
 
@@ -277,6 +279,61 @@ private Q_SLOTS:
         const std::optional<QDateTime> date = DateExtra::convertUTCtoNSDate(record);
         QCOMPARE(date.has_value(), expected.isValid());
         QCOMPARE(date.value_or(QDateTime()), expected);
+    }
+
+    // The cached texts are the plain routine's, in a zone with summer time, for dates on both sides of
+    // its changes and of every unit's boundary, with milliseconds below, equal to and above those of
+    // "now", met in an order that fills each second's entries from a different fraction first.
+    void intervalTextCacheMatchesTheRoutine()
+    {
+        const QByteArray savedZone = qgetenv("TZ");
+        qputenv("TZ", "Europe/Berlin");
+        tzset();
+        // Just after the spring change (29 March 2026, 02:00 -> 03:00) and the autumn one (25 October
+        // 2026, 03:00 -> 02:00), and a day after the spring one, at one second to the hour.
+        const QList<QDateTime> nows = {
+            QDateTime(QDate(2026, 3, 29), QTime(3, 30, 10, 250)), QDateTime(QDate(2026, 10, 25), QTime(2, 30, 0, 999)),
+            QDateTime(QDate(2026, 10, 25), QTime(2, 0, 0, 0)), QDateTime(QDate(2026, 3, 30), QTime(1, 59, 59, 1))};
+        const QList<qint64> offsets = {
+            0,          1,          59,          60,          61,          3599,      3600,      3601,      7199,
+            7200,       86399,      86400,       86401,       2 * 86400,   6 * 86400, 7 * 86400, 8 * 86400, 29 * 86400,
+            31 * 86400, 32 * 86400, 364 * 86400, 366 * 86400, 800 * 86400, -1,        -61,       -3600};
+        int checked = 0;
+        for (const QDateTime& now : nows) {
+            ManualClock clock(now);
+            DateExtra::IntervalTextCache cache(clock);
+            QCOMPARE(cache.now(), now);
+            const qint64 second = now.toMSecsSinceEpoch() / 1000;
+            const int nowFraction = static_cast<int>(now.toMSecsSinceEpoch() % 1000);
+            QList<int> fractions = {999, 0, 1, 998, nowFraction, nowFraction + 1, nowFraction - 1, 500};
+            fractions.removeIf([](int f) { return f < 0 || f > 999; });
+            for (int fraction : std::as_const(fractions)) {
+                for (qint64 offset : offsets) {
+                    const qint64 date = (second - offset) * 1000 + fraction;
+                    const QString expected =
+                        DateExtra::stringDateIntervalSinceNow(QDateTime::fromMSecsSinceEpoch(date, Qt::UTC), clock);
+                    QCOMPARE(QString::fromUtf8(cache.utf8Text(date)), expected);
+                    ++checked;
+                }
+            }
+        }
+        QVERIFY(checked > 600);
+        if (savedZone.isNull())
+            qunsetenv("TZ");
+        else
+            qputenv("TZ", savedZone);
+        tzset();
+    }
+
+    // Dates before 1970 count their milliseconds up from their second too: 0.6 s before 1970 is not in
+    // the first second of 1970, though both lie below "now"'s half second (a minute apart or not).
+    void intervalTextCacheSplitsSecondsBefore1970()
+    {
+        ManualClock clock(QDateTime::fromMSecsSinceEpoch(59500, Qt::UTC));
+        DateExtra::IntervalTextCache cache(clock);
+        for (qint64 date : {qint64(-600), qint64(100), qint64(-1000), qint64(-999), qint64(0), qint64(59500)})
+            QCOMPARE(QString::fromUtf8(cache.utf8Text(date)),
+                     DateExtra::stringDateIntervalSinceNow(QDateTime::fromMSecsSinceEpoch(date, Qt::UTC), clock));
     }
 };
 
