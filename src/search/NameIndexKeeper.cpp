@@ -24,6 +24,7 @@
 #include <cstring>
 #include <ctime>
 #include <map>
+#include <utility>
 
 namespace {
 
@@ -985,10 +986,12 @@ void NameIndexKeeper::handleMarkEvents()
         return it->second;
     };
     // An event about a folder the index has at an old path waits a little for that move to be applied;
-    // after about a second it is dropped: the folder's listing at its new place brings its contents.
+    // after about a second it is dropped, and a sweep of every folder finds what it said.
     const auto later = [&](MarkEvent& e) {
         if (++e.tries < 50)
             m_laterMarkEvents.push_back(std::move(e));
+        else
+            m_droppedEvent = true;
     };
     const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
     for (MarkEvent& e : events) {
@@ -1086,7 +1089,8 @@ void NameIndexKeeper::run()
         // A file system mounted or unmounted: its marks went with it, and no event says so.
         const bool mountsChanged = ready > 0 && (fds[3].revents & (POLLPRI | POLLERR));
         readChangedWhileListing();
-        if (const bool overflow = m_overflow.exchange(false); overflow || mountsChanged) {
+        const bool dropped = std::exchange(m_droppedEvent, false);
+        if (const bool overflow = m_overflow.exchange(false); overflow || mountsChanged || dropped) {
             if (overflow) {
                 std::lock_guard lock(m_stateMutex);
                 ++m_overflows;

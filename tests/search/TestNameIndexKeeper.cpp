@@ -303,9 +303,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("watchLimit");
         QTest::addColumn<int>("markLimit");
-        QTest::newRow("watches and marks") << 2 << -1;
-        QTest::newRow("marks only") << 0 << -1;
-        QTest::newRow("watches, marks and sweeps") << 2 << 6;
+        QTest::newRow("watches and sweeps") << 2 << 0;
+        QTest::newRow("sweeps only") << 0 << 0;
     }
     void churnEndsEqualToTheWalk()
     {
@@ -323,7 +322,7 @@ private Q_SLOTS:
 
         // A new sequence each run (timing varies anyway); the seed is told when it fails.
         const quint32 seed = qEnvironmentVariableIsSet("TROVIX_CHURN_SEED")
-                                 ? quint32(qEnvironmentVariableIntValue("TROVIX_CHURN_SEED"))
+                                 ? qgetenv("TROVIX_CHURN_SEED").toUInt()
                                  : QRandomGenerator::global()->generate();
         QRandomGenerator random(seed);
         QByteArrayList folders{""};
@@ -402,8 +401,18 @@ private Q_SLOTS:
                 ("seed " + QByteArray::number(seed) + ":" + differences(*keeper, tree.root())).constData(), 2000);
         }
         // Every folder has its record, and a removed one gave its watch or mark back.
+        const auto accounted = [&] {
+            const NameIndexKeeper::State s = keeper->state();
+            return s.watches + s.marks + s.unwatchedFolders == s.folders + 1;
+        };
+        for (int i = 0; i < 150 && !accounted(); ++i)
+            QTest::qWait(20);
         const NameIndexKeeper::State s = keeper->state();
-        QCOMPARE(s.watches + s.marks + s.unwatchedFolders, s.folders + 1);
+        QVERIFY2(s.watches + s.marks + s.unwatchedFolders == s.folders + 1,
+                 ("seed " + QByteArray::number(seed) + ": " + QByteArray::number(s.watches) + " watches, " +
+                  QByteArray::number(s.marks) + " marks, " + QByteArray::number(s.unwatchedFolders) +
+                  " swept for " + QByteArray::number(s.folders) + " folders")
+                     .constData());
     }
 
     // Events left queued until the kernel's fanotify queue overflows: the overflow starts a sweep of
