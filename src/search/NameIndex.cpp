@@ -81,7 +81,8 @@ NameIndex::Id NameIndex::child(Id parent, std::string_view name) const
     return childLocked(parent, name);
 }
 
-NameIndex::Id NameIndex::addLocked(Id parent, std::string_view name, uint8_t flags)
+NameIndex::Id NameIndex::addLocked(Id parent, std::string_view name, uint8_t flags,
+                                   const std::function<void(Id)>& forget)
 {
     const Id existing = childLocked(parent, name);
     if (existing != kNone) {
@@ -90,7 +91,7 @@ NameIndex::Id NameIndex::addLocked(Id parent, std::string_view name, uint8_t fla
             e.flags = flags;
             return existing;
         }
-        removeLocked(existing, {});
+        removeLocked(existing, forget);
     }
     return insertLocked(parent, name, flags);
 }
@@ -120,15 +121,18 @@ NameIndex::Id NameIndex::insertLocked(Id parent, std::string_view name, uint8_t 
     return id;
 }
 
-NameIndex::Id NameIndex::add(Id parent, std::string_view name, bool folder, bool unentered)
+NameIndex::Id NameIndex::add(Id parent, std::string_view name, bool folder, bool unentered,
+                             const std::function<void(Id)>& forget)
 {
     std::unique_lock lock(m_mutex);
     if (!isAlive(parent, lock))
         return kNone;
-    return addLocked(parent, name, static_cast<uint8_t>((folder ? Folder : 0) | (unentered ? Unentered : 0)));
+    return addLocked(parent, name, static_cast<uint8_t>((folder ? Folder : 0) | (unentered ? Unentered : 0)),
+                     forget);
 }
 
-std::vector<NameIndex::Id> NameIndex::addMany(Id parent, const std::vector<std::pair<std::string, uint8_t>>& names)
+std::vector<NameIndex::Id> NameIndex::addMany(Id parent, const std::vector<std::pair<std::string, uint8_t>>& names,
+                                              const std::function<void(Id)>& forget)
 {
     std::vector<Id> ids;
     ids.reserve(names.size());
@@ -158,7 +162,7 @@ std::vector<NameIndex::Id> NameIndex::addMany(Id parent, const std::vector<std::
                 ids.push_back(old);
                 continue;
             }
-            removeLocked(old, {});
+            removeLocked(old, forget);
             makeRoom(); // removing may have compacted the arena
         }
         ids.push_back(insertLocked(parent, name, flags));

@@ -63,10 +63,13 @@ public:
     // Changes. Paths and names are raw bytes.
     // The child called name of parent; kNone when none.
     Id child(Id parent, std::string_view name) const;
-    // Adds (or finds) name under parent; a same-named entry of the other kind is replaced.
-    Id add(Id parent, std::string_view name, bool folder, bool unentered = false);
+    // Adds (or finds) name under parent; a same-named entry of the other kind is replaced, and forget is
+    // called for each folder that goes with it, as by remove.
+    Id add(Id parent, std::string_view name, bool folder, bool unentered = false,
+           const std::function<void(Id)>& forget = {});
     // Adds many names under one parent at once (the build): one lock for the lot. Returns their ids.
-    std::vector<Id> addMany(Id parent, const std::vector<std::pair<std::string, uint8_t>>& names);
+    std::vector<Id> addMany(Id parent, const std::vector<std::pair<std::string, uint8_t>>& names,
+                            const std::function<void(Id)>& forget = {});
     // Removes an entry with everything under it; calls forget for each folder removed (under the lock:
     // it must not call back into the index).
     void remove(Id id, const std::function<void(Id)>& forget = {});
@@ -111,7 +114,7 @@ private:
     std::string_view nameOf(const Entry& e) const { return {m_names.data() + e.nameOffset, e.nameLength}; }
     Id childLocked(Id parent, std::string_view name) const;
     bool isAlive(Id id, const std::unique_lock<std::shared_mutex>&) const;
-    Id addLocked(Id parent, std::string_view name, uint8_t flags);
+    Id addLocked(Id parent, std::string_view name, uint8_t flags, const std::function<void(Id)>& forget);
     Id insertLocked(Id parent, std::string_view name, uint8_t flags); // no check for a same-named entry
     void unlinkLocked(Id id);
     void removeLocked(Id id, const std::function<void(Id)>& forget);

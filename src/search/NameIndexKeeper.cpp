@@ -166,7 +166,8 @@ public:
         const NameIndex::Id id =
             node->parent ? static_cast<NameIndex::Id>(reinterpret_cast<uintptr_t>(node->delegateData.load()) - 1)
                          : m_rootId;
-        const std::vector<NameIndex::Id> ids = m_keeper.m_index->addMany(id, batch.items);
+        const std::vector<NameIndex::Id> ids = m_keeper.m_index->addMany(
+            id, batch.items, [this](NameIndex::Id gone) { m_keeper.forgetFolder(gone); });
         if (m_keeper.m_index->usage().entries > m_keeper.m_options.maxEntries) {
             m_keeper.m_overLimit = true;
             m_control.cancel();
@@ -395,13 +396,24 @@ bool NameIndexKeeper::isUnentered(const std::string& path) const
 
 void NameIndexKeeper::addWatch(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record)
 {
-    if (record.wd >= 0 || record.mark)
+    // A folder listed again may be another one now at the same path (the old one moved or deleted):
+    // then its watch or mark is the other's, and this one needs its own.
+    if (record.mark) {
+        addMark(id, fd, dev, record);
         return;
-    if (m_inotify >= 0 && !m_watchesExhausted && m_watches.load() < m_watchBudget) {
+    }
+    if (record.wd >= 0 || (m_inotify >= 0 && !m_watchesExhausted && m_watches.load() < m_watchBudget)) {
         // Through the open descriptor: the folder listed, not whatever its path names by now.
         char procPath[64];
         std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d", fd);
         const int wd = inotify_add_watch(m_inotify, procPath, kWatchMask);
+        if (wd >= 0 && wd == record.wd)
+            return; // the same folder: the kernel gives its watch again
+        if (record.wd >= 0) {
+            m_byWatch.erase(record.wd);
+            record.wd = -1;
+            --m_watches;
+        }
         if (wd >= 0) {
             const auto [it, inserted] = m_byWatch.try_emplace(wd, id);
             if (!inserted && it->second != id)
@@ -447,6 +459,11 @@ bool NameIndexKeeper::addMark(NameIndex::Id id, int fd, uint64_t dev, FolderReco
     if (!handleKey(fd, dev, key))
         return false; // a file system without file handles: swept
     const uint64_t hash = hashOfKey(key);
+    if (record.mark == hash)
+        return true;
+    // Another folder now at this one's path: the old one's mark names it no more.
+    if (record.mark)
+        forgetMarkLocked(record);
     const auto [it, inserted] = m_byHandle.try_emplace(hash, id);
     if (!inserted)
         return false; // the same folder seen twice (a bind mount): the other copy is swept
@@ -653,7 +670,7 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
         fresh.emplace_back(
             name, static_cast<uint8_t>((folder ? NameIndex::Folder : 0) | (unentered ? NameIndex::Unentered : 0)));
     }
-    const std::vector<NameIndex::Id> ids = m_index->addMany(id, fresh);
+    const std::vector<NameIndex::Id> ids = m_index->addMany(id, fresh, forget);
     for (size_t i = 0; i < fresh.size(); ++i) {
         if (fresh[i].second == NameIndex::Folder && ids[i] != NameIndex::kNone)
             walk(ids[i], childPath(path, fresh[i].first));
@@ -819,7 +836,7 @@ void NameIndexKeeper::handleEvents()
                 continue;
             const std::string full = childPath(parent, e.name);
             const bool unentered = isFolder && isUnentered(full);
-            const NameIndex::Id added = m_index->add(dir, e.name, isFolder, unentered);
+            const NameIndex::Id added = m_index->add(dir, e.name, isFolder, unentered, forget);
             if (isFolder && !unentered && added != NameIndex::kNone)
                 walk(added, full);
         } else if (e.mask & IN_MOVED_FROM) {
@@ -882,7 +899,7 @@ void NameIndexKeeper::settle(NameIndex::Id dir, const std::string& name)
             reconcile(known);
         return;
     }
-    const NameIndex::Id added = m_index->add(dir, name, isFolder, unentered);
+    const NameIndex::Id added = m_index->add(dir, name, isFolder, unentered, forget);
     if (isFolder && !unentered && added != NameIndex::kNone)
         walk(added, full);
 }

@@ -170,6 +170,31 @@ private Q_SLOTS:
         changesAreSeen(tree, *keeper);
     }
 
+    // A folder that a sweep finds replaced by a file, then a folder again under the same name: the old
+    // folder's records go with it, and the new folder is followed, not taken for the old one.
+    void aFolderReplacedByAFileBetweenSweeps()
+    {
+        SearchTreeFixture tree;
+        tree.file("box/inner/old");
+        const auto keeper = startKeeper(tree.root(), 0, std::chrono::hours(1));
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        const auto accounted = [&] {
+            const NameIndexKeeper::State s = keeper->state();
+            return s.watches + s.marks + s.unwatchedFolders == s.folders + 1;
+        };
+        QVERIFY(QDir(QFile::decodeName(tree.path("box"))).removeRecursively());
+        tree.file("box");
+        keeper->sweepNow();
+        QCOMPARE(differences(*keeper, tree.root()), QByteArray());
+        QVERIFY(accounted());
+        QVERIFY(::unlink(tree.path("box").constData()) == 0);
+        tree.file("box/fresh/leaf");
+        keeper->sweepNow();
+        keeper->sweepNow();
+        QCOMPARE(differences(*keeper, tree.root()), QByteArray());
+        QVERIFY(accounted());
+    }
+
     void someFoldersWatchedTheRestSwept()
     {
         SearchTreeFixture tree;
