@@ -127,8 +127,7 @@ NameIndex::Id NameIndex::add(Id parent, std::string_view name, bool folder, bool
     std::unique_lock lock(m_mutex);
     if (!isAlive(parent, lock))
         return kNone;
-    return addLocked(parent, name, static_cast<uint8_t>((folder ? Folder : 0) | (unentered ? Unentered : 0)),
-                     forget);
+    return addLocked(parent, name, static_cast<uint8_t>((folder ? Folder : 0) | (unentered ? Unentered : 0)), forget);
 }
 
 std::vector<NameIndex::Id> NameIndex::addMany(Id parent, const std::vector<std::pair<std::string, uint8_t>>& names,

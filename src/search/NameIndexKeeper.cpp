@@ -166,8 +166,8 @@ public:
         const NameIndex::Id id =
             node->parent ? static_cast<NameIndex::Id>(reinterpret_cast<uintptr_t>(node->delegateData.load()) - 1)
                          : m_rootId;
-        const std::vector<NameIndex::Id> ids = m_keeper.m_index->addMany(
-            id, batch.items, [this](NameIndex::Id gone) { m_keeper.forgetFolder(gone); });
+        const std::vector<NameIndex::Id> ids =
+            m_keeper.m_index->addMany(id, batch.items, [this](NameIndex::Id gone) { m_keeper.forgetFolder(gone); });
         if (m_keeper.m_index->usage().entries > m_keeper.m_options.maxEntries) {
             m_keeper.m_overLimit = true;
             m_control.cancel();

@@ -346,9 +346,8 @@ private Q_SLOTS:
             QVERIFY2(keeper->state().marks > 0, qPrintable(keeper->state().marksProblem));
 
         // A new sequence each run (timing varies anyway); the seed is told when it fails.
-        const quint32 seed = qEnvironmentVariableIsSet("TROVIX_CHURN_SEED")
-                                 ? qgetenv("TROVIX_CHURN_SEED").toUInt()
-                                 : QRandomGenerator::global()->generate();
+        const quint32 seed = qEnvironmentVariableIsSet("TROVIX_CHURN_SEED") ? qgetenv("TROVIX_CHURN_SEED").toUInt()
+                                                                            : QRandomGenerator::global()->generate();
         QRandomGenerator random(seed);
         QByteArrayList folders{""};
         for (int i = 0; i < 6; ++i)
@@ -435,8 +434,8 @@ private Q_SLOTS:
         const NameIndexKeeper::State s = keeper->state();
         QVERIFY2(s.watches + s.marks + s.unwatchedFolders == s.folders + 1,
                  ("seed " + QByteArray::number(seed) + ": " + QByteArray::number(s.watches) + " watches, " +
-                  QByteArray::number(s.marks) + " marks, " + QByteArray::number(s.unwatchedFolders) +
-                  " swept for " + QByteArray::number(s.folders) + " folders")
+                  QByteArray::number(s.marks) + " marks, " + QByteArray::number(s.unwatchedFolders) + " swept for " +
+                  QByteArray::number(s.folders) + " folders")
                      .constData());
     }
 
