@@ -55,6 +55,7 @@ struct FolderStat
 {
     int64_t ctime = -1; // -1 when it cannot be read or is no folder
     uint64_t dev = 0;
+    uint64_t inode = 0;
 };
 
 FolderStat statFolder(int dirFd, const char* path, int flags)
@@ -62,10 +63,11 @@ FolderStat statFolder(int dirFd, const char* path, int flags)
     struct statx info
     {
     };
-    if (statx(dirFd, path, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_CTIME, &info) != 0 ||
+    if (statx(dirFd, path, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_CTIME | STATX_INO,
+              &info) != 0 ||
         !S_ISDIR(info.stx_mode))
         return {};
-    return {ctimeOf(info), makedev(info.stx_dev_major, info.stx_dev_minor)};
+    return {ctimeOf(info), makedev(info.stx_dev_major, info.stx_dev_minor), info.stx_ino};
 }
 
 // The folder's change time, or -1 when it cannot be read or is no folder.
@@ -410,6 +412,7 @@ void NameIndexKeeper::addWatch(NameIndex::Id id, int fd, uint64_t dev, FolderRec
         if (wd >= 0 && wd == record.wd)
             return; // the same folder: the kernel gives its watch again
         if (record.wd >= 0) {
+            inotify_rm_watch(m_inotify, record.wd);
             m_byWatch.erase(record.wd);
             record.wd = -1;
             --m_watches;
@@ -495,12 +498,16 @@ void NameIndexKeeper::forgetMarkLocked(FolderRecord& record)
 
 void NameIndexKeeper::folderListed(NameIndex::Id id, int fd, int64_t listedAfter)
 {
-    const FolderStat stat = statFolder(fd, "", AT_EMPTY_PATH);
-    const int64_t ctime = stat.ctime;
+    const uint64_t dev = statFolder(fd, "", AT_EMPTY_PATH).dev;
     std::lock_guard lock(m_folderMutex);
     FolderRecord& record = m_folders[id];
+    addWatch(id, fd, dev, record);
+    // Read after the watch is taken: a change between the two would otherwise be neither reported nor
+    // seen as new.
+    const FolderStat stat = statFolder(fd, "", AT_EMPTY_PATH);
+    const int64_t ctime = stat.ctime;
     record.ctime = ctime;
-    addWatch(id, fd, stat.dev, record);
+    record.inode = stat.inode;
     noteLostLocked(id, record);
     // Changed since just before its listing: what the listing saw may be old, and the watch came later.
     if (ctime < 0 || ctime >= listedAfter - kClockSlackNanos)
@@ -623,19 +630,35 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
         folderUnreadable(id, path);
         return;
     }
+    bool replaced = false;
     {
         const FolderStat stat = statFolder(fd, "", AT_EMPTY_PATH);
         std::lock_guard lock(m_folderMutex);
         FolderRecord& record = m_folders[id];
+        // Another folder now at this path (the one listed was moved away or deleted, and this one made
+        // or moved in): what the index holds under it belongs to the other.
+        replaced = record.inode != 0 && stat.inode != 0 && record.inode != stat.inode;
         record.ctime = stat.ctime;
+        record.inode = stat.inode;
         // Another folder now at this path (a file system mounted or unmounted over it): mark that one.
         if (std::string key; record.mark && (!handleKey(fd, stat.dev, key) || hashOfKey(key) != record.mark))
             forgetMarkLocked(record);
         addWatch(id, fd, stat.dev, record);
         noteLostLocked(id, record);
     }
+    if (replaced) {
+        ::close(fd);
+        m_index->clearChildren(id, forget);
+        walk(id, path);
+        return;
+    }
     const std::string_view excluded = TWalkerSkipList::shared().excludedNameInFolder(path);
-    std::map<std::string, bool> listed;
+    struct Listed
+    {
+        bool folder;
+        uint64_t inode;
+    };
+    std::map<std::string, Listed> listed;
     std::vector<char> buffer(kListBuffer);
     for (;;) {
         const ssize_t got = getdents64(fd, buffer.data(), buffer.size());
@@ -650,14 +673,18 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
             if (!excluded.empty() && excluded == name)
                 continue;
             const bool folder = entry->d_type == DT_DIR || (entry->d_type == DT_UNKNOWN && isFolderAt(fd, name));
-            listed.emplace(name, folder);
+            listed.emplace(name, Listed{folder, entry->d_ino});
         }
     }
     ::close(fd);
 
+    std::vector<NameIndex::Id> readAgain;
     for (const NameIndex::ChildInfo& child : m_index->children(id)) {
         const auto it = listed.find(child.name);
-        if (it != listed.end() && it->second == ((child.flags & NameIndex::Folder) != 0)) {
+        if (it != listed.end() && it->second.folder == ((child.flags & NameIndex::Folder) != 0)) {
+            // A folder replaced by another of the same name: its own reading finds out.
+            if (it->second.folder && inodeDiffers(child.id, it->second.inode))
+                readAgain.push_back(child.id);
             listed.erase(it);
             continue;
         }
@@ -665,16 +692,27 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
     }
     std::vector<std::pair<std::string, uint8_t>> fresh;
     fresh.reserve(listed.size());
-    for (const auto& [name, folder] : listed) {
-        const bool unentered = folder && isUnentered(childPath(path, name));
-        fresh.emplace_back(
-            name, static_cast<uint8_t>((folder ? NameIndex::Folder : 0) | (unentered ? NameIndex::Unentered : 0)));
+    for (const auto& [name, entry] : listed) {
+        const bool unentered = entry.folder && isUnentered(childPath(path, name));
+        fresh.emplace_back(name, static_cast<uint8_t>((entry.folder ? NameIndex::Folder : 0) |
+                                                      (unentered ? NameIndex::Unentered : 0)));
     }
     const std::vector<NameIndex::Id> ids = m_index->addMany(id, fresh, forget);
     for (size_t i = 0; i < fresh.size(); ++i) {
         if (fresh[i].second == NameIndex::Folder && ids[i] != NameIndex::kNone)
             walk(ids[i], childPath(path, fresh[i].first));
     }
+    for (const NameIndex::Id child : readAgain)
+        reconcile(child);
+}
+
+// A mount point's entry names the folder beneath the mount, not its root: such a folder is read
+// again with its parent, which costs one listing and changes nothing.
+bool NameIndexKeeper::inodeDiffers(NameIndex::Id id, uint64_t inode) const
+{
+    std::lock_guard lock(m_folderMutex);
+    const auto it = m_folders.find(id);
+    return it != m_folders.end() && it->second.inode != 0 && it->second.inode != inode;
 }
 
 // One statx per folder, relative to its parent opened once for all its swept children (siblings come
@@ -836,6 +874,12 @@ void NameIndexKeeper::handleEvents()
                 continue;
             const std::string full = childPath(parent, e.name);
             const bool unentered = isFolder && isUnentered(full);
+            // A folder over one the index holds by that name: read again, so what is not there goes.
+            if (const NameIndex::Id known = m_index->child(dir, e.name);
+                isFolder && !unentered && known != NameIndex::kNone && m_index->isFolder(known)) {
+                toRead.insert(known);
+                continue;
+            }
             const NameIndex::Id added = m_index->add(dir, e.name, isFolder, unentered, forget);
             if (isFolder && !unentered && added != NameIndex::kNone)
                 walk(added, full);

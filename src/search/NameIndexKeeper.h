@@ -109,6 +109,7 @@ private:
         int wd = -1;
         int64_t ctime = -1; // nanoseconds; -1 when it could not be read
         uint64_t mark = 0;  // a fanotify-marked folder's key in m_byHandle
+        uint64_t inode = 0; // which folder was listed: another may come to stand at its path
     };
     struct MarkedName
     {
@@ -132,6 +133,7 @@ private:
     void folderUnreadable(NameIndex::Id id, const std::string& path);
     void forgetFolder(NameIndex::Id id);
     bool wasUnreadable(NameIndex::Id id) const;
+    bool inodeDiffers(NameIndex::Id id, uint64_t inode) const;
     void noteLostLocked(NameIndex::Id id, const FolderRecord& record);
     void addWatch(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record);
     bool addMark(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record);
