@@ -9,8 +9,8 @@
 #    the inotify watches these are covered by fanotify marks or by sweeps);
 #  - the CPU time the idle tray program uses over 30 s (its index kept current, nothing changing).
 # TROVIX_INDEX_WATCHES / TROVIX_INDEX_MARKS limit the inotify watches / fanotify marks the index may
-# use (marks are off unless asked for: TROVIX_INDEX_MARKS=-1 uses up to 3/4 of the user's fanotify
-# limit beyond the watches; with TROVIX_INDEX_WATCHES=0 as well: marks only).
+# use (by default up to 3/4 of the user's limits; TROVIX_INDEX_MARKS=0: the folders beyond the watches
+# are swept; with TROVIX_INDEX_WATCHES=0 as well: sweeps only).
 # Same results from all three are checked first. The machine may be loaded: figures are indicative.
 #
 #     bench/index.sh [TREE] [TROVIX]

@@ -40,9 +40,8 @@ public:
         // left to the user's other programs); 0: no watches, sweeps only.
         int watchLimit = -1;
         // fanotify marks for the folders beyond the watches; -1: three quarters of
-        // fs.fanotify.max_user_marks; 0: none (also when the kernel refuses fanotify). Off unless asked
-        // for: under quick renames of marked folders the index can still miss entries until a sweep.
-        int markLimit = 0;
+        // fs.fanotify.max_user_marks; 0: none (also when the kernel refuses fanotify).
+        int markLimit = -1;
         // From the start of one sweep to the next: a change beyond the watches shows within about this.
         std::chrono::milliseconds sweepInterval{1500};
         qint64 maxEntries = 30'000'000;

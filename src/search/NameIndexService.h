@@ -19,8 +19,8 @@
 // Settings (standard domain): "TrovixNameIndexEnabled" (bool, default true) turns the index off;
 // "TrovixNameIndexWholeDisk" (bool, default false) indexes "/" instead of the home folder. The index is
 // also left off when the system has less than kMinAvailableMemory available at start. For measurements,
-// TROVIX_INDEX_WATCHES and TROVIX_INDEX_MARKS set the keeper's watch and mark limits (marks are off
-// unless TROVIX_INDEX_MARKS asks for them; -1: three quarters of the user's fanotify limit).
+// TROVIX_INDEX_WATCHES and TROVIX_INDEX_MARKS set the keeper's watch and mark limits (-1, the default:
+// three quarters of the user's limit; 0: none, so the folders beyond are swept).
 
 #include "NameIndexKeeper.h"
 
