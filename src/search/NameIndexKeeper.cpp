@@ -829,7 +829,24 @@ void NameIndexKeeper::handleEvents()
     const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
     std::unordered_map<uint32_t, NameIndex::Id> movedAway;
     std::set<NameIndex::Id> toRead;
+    // Files made one after another in one folder (a copy, an archive unpacked) go in together: one look
+    // through the folder's names for the lot, not one per file.
+    NameIndex::Id batchDir = NameIndex::kNone;
+    std::string batchParent;
+    std::vector<std::pair<std::string, uint8_t>> batch;
+    std::unordered_set<std::string_view> batched;
+    const auto flush = [&] {
+        if (!batch.empty())
+            m_index->addMany(batchDir, batch, forget);
+        batch.clear();
+        batched.clear();
+        batchDir = NameIndex::kNone;
+    };
     for (const Event& e : events) {
+        const bool fileMade = (e.mask & (IN_CREATE | IN_MOVED_TO)) && !(e.mask & IN_ISDIR) && !e.name.empty() &&
+                              !((e.mask & IN_MOVED_TO) && movedAway.contains(e.cookie));
+        if (!fileMade)
+            flush();
         if (e.mask & IN_Q_OVERFLOW) {
             m_overflow = true;
             continue;
@@ -869,16 +886,31 @@ void NameIndexKeeper::handleEvents()
                     continue;
                 }
             }
+            if (fileMade) {
+                if (dir != batchDir) {
+                    flush();
+                    batchDir = dir;
+                    batchParent = m_index->path(dir);
+                }
+                if (!batchParent.empty() && !TWalkerSkipList::shared().isInExcludeListName(e.name, batchParent) &&
+                    !batched.contains(e.name)) {
+                    batch.emplace_back(e.name, 0);
+                    batched.insert(e.name);
+                }
+                continue;
+            }
             const std::string parent = m_index->path(dir);
             if (parent.empty() || TWalkerSkipList::shared().isInExcludeListName(e.name, parent))
                 continue;
             const std::string full = childPath(parent, e.name);
             const bool unentered = isFolder && isUnentered(full);
             // A folder over one the index holds by that name: read again, so what is not there goes.
-            if (const NameIndex::Id known = m_index->child(dir, e.name);
-                isFolder && !unentered && known != NameIndex::kNone && m_index->isFolder(known)) {
-                toRead.insert(known);
-                continue;
+            if (isFolder && !unentered) {
+                if (const NameIndex::Id known = m_index->child(dir, e.name);
+                    known != NameIndex::kNone && m_index->isFolder(known)) {
+                    toRead.insert(known);
+                    continue;
+                }
             }
             const NameIndex::Id added = m_index->add(dir, e.name, isFolder, unentered, forget);
             if (isFolder && !unentered && added != NameIndex::kNone)
@@ -895,6 +927,7 @@ void NameIndexKeeper::handleEvents()
                 toRead.insert(id);
         }
     }
+    flush();
     // Moved out of what is indexed, unless something came back by the same name meanwhile (then that
     // is read instead).
     for (const auto& [cookie, id] : movedAway) {
