@@ -38,6 +38,8 @@ constexpr uint64_t kMarkMask = FAN_CREATE | FAN_DELETE | FAN_RENAME | FAN_ATTRIB
 // File systems stamp changes from a coarse clock that may lag the one read here by a few ticks.
 constexpr int64_t kClockSlackNanos = 50'000'000;
 constexpr size_t kListBuffer = 64 * 1024;
+// Events about one folder in one read beyond which the folder is read again instead.
+constexpr int kManyChanges = 64;
 
 int64_t nowNanos()
 {
@@ -829,24 +831,14 @@ void NameIndexKeeper::handleEvents()
     const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
     std::unordered_map<uint32_t, NameIndex::Id> movedAway;
     std::set<NameIndex::Id> toRead;
-    // Files made one after another in one folder (a copy, an archive unpacked) go in together: one look
-    // through the folder's names for the lot, not one per file.
-    NameIndex::Id batchDir = NameIndex::kNone;
-    std::string batchParent;
-    std::vector<std::pair<std::string, uint8_t>> batch;
-    std::unordered_set<std::string_view> batched;
-    const auto flush = [&] {
-        if (!batch.empty())
-            m_index->addMany(batchDir, batch, forget);
-        batch.clear();
-        batched.clear();
-        batchDir = NameIndex::kNone;
-    };
+    // A folder with many names made or removed in one go (a copy, an archive unpacked, a clean-up) is
+    // read once instead: each event alone would look through all its names.
+    std::unordered_map<int, int> changesPerWatch;
     for (const Event& e : events) {
-        const bool fileMade = (e.mask & (IN_CREATE | IN_MOVED_TO)) && !(e.mask & IN_ISDIR) && !e.name.empty() &&
-                              !((e.mask & IN_MOVED_TO) && movedAway.contains(e.cookie));
-        if (!fileMade)
-            flush();
+        if (e.mask & (IN_CREATE | IN_DELETE))
+            ++changesPerWatch[e.wd];
+    }
+    for (const Event& e : events) {
         if (e.mask & IN_Q_OVERFLOW) {
             m_overflow = true;
             continue;
@@ -875,6 +867,10 @@ void NameIndexKeeper::handleEvents()
                 toRead.insert(dir);
             continue;
         }
+        if ((e.mask & (IN_CREATE | IN_DELETE)) && changesPerWatch[e.wd] >= kManyChanges) {
+            toRead.insert(dir);
+            continue;
+        }
         const bool isFolder = (e.mask & IN_ISDIR) != 0;
         if (e.mask & (IN_CREATE | IN_MOVED_TO)) {
             if (e.mask & IN_MOVED_TO) {
@@ -885,19 +881,6 @@ void NameIndexKeeper::handleEvents()
                     movedAway.erase(it);
                     continue;
                 }
-            }
-            if (fileMade) {
-                if (dir != batchDir) {
-                    flush();
-                    batchDir = dir;
-                    batchParent = m_index->path(dir);
-                }
-                if (!batchParent.empty() && !TWalkerSkipList::shared().isInExcludeListName(e.name, batchParent) &&
-                    !batched.contains(e.name)) {
-                    batch.emplace_back(e.name, 0);
-                    batched.insert(e.name);
-                }
-                continue;
             }
             const std::string parent = m_index->path(dir);
             if (parent.empty() || TWalkerSkipList::shared().isInExcludeListName(e.name, parent))
@@ -927,7 +910,6 @@ void NameIndexKeeper::handleEvents()
                 toRead.insert(id);
         }
     }
-    flush();
     // Moved out of what is indexed, unless something came back by the same name meanwhile (then that
     // is read instead).
     for (const auto& [cookie, id] : movedAway) {
@@ -1088,6 +1070,13 @@ void NameIndexKeeper::handleMarkEvents()
             m_droppedEvent = true;
     };
     const auto forget = [this](NameIndex::Id gone) { forgetFolder(gone); };
+    // As with watches: a folder with many changes in one read is read again once.
+    std::unordered_map<std::string, int> changesPerFolder;
+    for (const MarkEvent& e : events) {
+        if (!(e.mask & FAN_RENAME))
+            ++changesPerFolder[e.from.key];
+    }
+    std::set<NameIndex::Id> readAgain;
     for (MarkEvent& e : events) {
         const NameIndex::Id from = folderOf(e.from);
         if (e.mask & FAN_RENAME) {
@@ -1131,11 +1120,15 @@ void NameIndexKeeper::handleMarkEvents()
             later(e);
             continue;
         }
-        if (e.from.name == ".")
+        if (changesPerFolder[e.from.key] >= kManyChanges)
+            readAgain.insert(from);
+        else if (e.from.name == ".")
             reconcile(from); // the marked folder itself: its rights changed
         else
             settle(from, e.from.name);
     }
+    for (const NameIndex::Id id : readAgain)
+        reconcile(id);
 }
 
 void NameIndexKeeper::run()

@@ -232,6 +232,47 @@ private Q_SLOTS:
         QCOMPARE(differences(*keeper, tree.root()), QByteArray());
     }
 
+    // Hundreds of names made, removed and renamed in one folder before the events are read (a copy, a
+    // clean-up): the folder is read again, and folders made among them are followed from then on.
+    void aBurstInOneFolder_data()
+    {
+        QTest::addColumn<int>("watchLimit");
+        QTest::addColumn<int>("markLimit");
+        QTest::newRow("watches") << -1 << 0;
+        QTest::newRow("marks") << 0 << -1;
+    }
+    void aBurstInOneFolder()
+    {
+        QFETCH(int, watchLimit);
+        QFETCH(int, markLimit);
+        SearchTreeFixture tree;
+        tree.file("burst/kept");
+        tree.file("burst/old-folder/gone");
+        const auto keeper = startKeeper(tree.root(), watchLimit, std::chrono::hours(1), markLimit);
+        QVERIFY(keeper->waitUntilReady(std::chrono::seconds(30)));
+        if (markLimit != 0)
+            QVERIFY2(keeper->state().marks > 0, qPrintable(keeper->state().marksProblem));
+        keeper->holdEvents(true);
+        for (int i = 0; i < 300; ++i)
+            tree.file("burst/f-" + QByteArray::number(i));
+        for (int i = 0; i < 5; ++i)
+            tree.file("burst/sub-" + QByteArray::number(i) + "/inside");
+        for (int i = 0; i < 100; ++i)
+            QCOMPARE(::unlink(tree.path("burst/f-" + QByteArray::number(i)).constData()), 0);
+        for (int i = 100; i < 110; ++i)
+            QCOMPARE(::rename(tree.path("burst/f-" + QByteArray::number(i)).constData(),
+                              tree.path("burst/r-" + QByteArray::number(i)).constData()),
+                     0);
+        QVERIFY(QDir(QFile::decodeName(tree.path("burst/old-folder"))).removeRecursively());
+        keeper->holdEvents(false);
+        QTRY_COMPARE_WITH_TIMEOUT(differences(*keeper, tree.root()), QByteArray(), 2000);
+        tree.file("burst/sub-3/later");
+        QTRY_COMPARE_WITH_TIMEOUT(indexed(*keeper, "later").size(), 1, 2000);
+        QCOMPARE(differences(*keeper, tree.root()), QByteArray());
+        // By the events alone: no event was given up on (that would sweep every folder).
+        QCOMPARE(keeper->state().sweeps, 0);
+    }
+
     void someFoldersWatchedTheRestSwept()
     {
         SearchTreeFixture tree;
