@@ -84,6 +84,8 @@ struct ScanContext
     int descriptorBudget = 0;
     std::atomic<int> keptDescriptors{0};
     std::unordered_set<std::string_view> unentered;
+    // Their lengths: most folders are told apart by length alone, without hashing their path.
+    std::vector<size_t> unenteredLengths;
 
     bool running() const { return !control->cancelled(); }
     std::atomic<int32_t>& active() { return ScanAccess::active(*control); }
@@ -94,7 +96,8 @@ struct ScanContext
             return false;
         if (path.starts_with("//")) // below a root of "/"
             path.remove_prefix(1);
-        return unentered.contains(path);
+        return std::find(unenteredLengths.begin(), unenteredLengths.end(), path.size()) != unenteredLengths.end() &&
+               unentered.contains(path);
     }
 
     std::mutex mutex;
@@ -508,6 +511,10 @@ WalkerScanResult walkerScan(const WalkerOptions& options)
     scan.needle = walkerFoldNeedle(options.needle);
     scan.descriptorBudget = descriptorBudgetFromLimit();
     scan.unentered.insert(options.unenteredFolders.begin(), options.unenteredFolders.end());
+    for (const std::string_view path : scan.unentered)
+        if (std::find(scan.unenteredLengths.begin(), scan.unenteredLengths.end(), path.size()) ==
+            scan.unenteredLengths.end())
+            scan.unenteredLengths.push_back(path.size());
 
     auto* root = new WalkerNode;
     root->path = options.rootPath;
