@@ -488,8 +488,8 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
     const auto found = static_cast<long>(items.size());
     const auto total = static_cast<long>(manager.totalFiles());
     const int skipped = manager.foldersSkipped();
-    // The scan may still be freeing its tree on its own thread (the manager waits for it as it goes):
-    // the results are let go meanwhile.
+    // The scan may still be freeing its tree on its own thread, and the manager waits for that as it
+    // goes: the results are let go meanwhile.
     items.clear();
     manager.clearSearchResultsArray();
     return finish(found, total, options, skipped);
