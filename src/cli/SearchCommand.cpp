@@ -14,8 +14,8 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
-#include <QDBusUnixFileDescriptor>
 #include <QDBusReply>
+#include <QDBusUnixFileDescriptor>
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
@@ -304,7 +304,9 @@ class LongColumns
 public:
     void append(std::string& out, const SearchItem& item)
     {
-        const auto add = [&out](const QByteArray& text) { out.append(text.constData(), static_cast<size_t>(text.size())); };
+        const auto add = [&out](const QByteArray& text) {
+            out.append(text.constData(), static_cast<size_t>(text.size()));
+        };
         add(kindText(item.typeIndex));
         out.push_back('\t');
         if (item.fileSize < 0)
@@ -353,7 +355,8 @@ private:
 int finish(long found, long total, const Options& options, int skippedFolders)
 {
     if (options.countOnly) {
-        const QByteArray line = QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
+        const QByteArray line =
+            QByteArray("Found ") + QByteArray::number(found) + " / " + QByteArray::number(total) + '\n';
         writeAll(line.constData(), static_cast<size_t>(line.size()));
     }
     if (gInterrupted)
@@ -363,7 +366,8 @@ int finish(long found, long total, const Options& options, int skippedFolders)
         return kExitError;
     }
     if (skippedFolders > 0) {
-        std::fprintf(stderr, "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
+        std::fprintf(stderr,
+                     "trovix search: %d folders could not be searched (too many open files or too little memory)\n",
                      skippedFolders);
         return kExitError;
     }
@@ -481,8 +485,14 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
         if (!gInterrupted)
             writeAll(out.data(), out.size());
     }
-    return finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options,
-                  manager.foldersSkipped());
+    const auto found = static_cast<long>(items.size());
+    const auto total = static_cast<long>(manager.totalFiles());
+    const int skipped = manager.foldersSkipped();
+    // The scan may still be freeing its tree on its own thread, and the manager waits for that as it
+    // goes: the results are let go meanwhile.
+    items.clear();
+    manager.clearSearchResultsArray();
+    return finish(found, total, options, skipped);
 }
 
 // The tray program's index answers at once, through a pipe (no message size limit); its paths are
@@ -495,12 +505,13 @@ int searchIndex(const QByteArray& root, const QByteArray& needle, const Options&
         std::fprintf(stderr, "trovix search: %s\n", std::strerror(errno));
         return kExitError;
     }
-    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
-                                                       QStringLiteral("com.quorbel.trovix.Index"),
-                                                       QStringLiteral("QueryToFd"));
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(QStringLiteral("com.quorbel.trovix"), QStringLiteral("/Index"),
+                                       QStringLiteral("com.quorbel.trovix.Index"), QStringLiteral("QueryToFd"));
     call << needle << root << 0 << QVariant::fromValue(QDBusUnixFileDescriptor(ends[1]));
     ::close(ends[1]);
-    QDBusPendingCall pending = bus.isConnected() ? bus.asyncCall(call, 60000) : QDBusPendingCall::fromError(QDBusError());
+    QDBusPendingCall pending =
+        bus.isConnected() ? bus.asyncCall(call, 60000) : QDBusPendingCall::fromError(QDBusError());
     // The call keeps a copy of the write end, so no end of file comes: the program writes every path
     // before it replies, so once the reply is in, what the pipe holds is the rest.
     ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
@@ -566,8 +577,8 @@ int runSearch(const QStringList& args)
         return usageError(message);
     }
 
-    const QByteArray given = options.folder.isEmpty() ? QFile::encodeName(defaultFolder())
-                                                      : rawArgument(options.folder, args);
+    const QByteArray given =
+        options.folder.isEmpty() ? QFile::encodeName(defaultFolder()) : rawArgument(options.folder, args);
     const QByteArray rootBytes = SearchPaths::cleanFolder(given);
     struct stat info
     {
@@ -614,9 +625,8 @@ int runSearch(const QStringList& args)
     walkerResume();
 
     const bool classify = options.longFormat || options.filter != SearchItemClass::All || options.sortKey;
-    const int status =
-        classify ? searchClassified(rootBytes, needle, options, progress)
-                 : searchUnclassified(rootBytes, needle, options, progress);
+    const int status = classify ? searchClassified(rootBytes, needle, options, progress)
+                                : searchUnclassified(rootBytes, needle, options, progress);
     sigaction(SIGINT, &previous, nullptr);
     return status;
 }

@@ -18,6 +18,7 @@
 
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -155,10 +156,18 @@ struct SearchManager::FolderFacts
 class SearchManager::ScanSink : public WalkerDelegate
 {
 public:
-    ScanSink(SearchManager* manager, int generation)
+    // ended runs once, when no match can come any more: as soon as the walkers have stopped, or
+    // (for a scan that was refused) from finish().
+    ScanSink(SearchManager* manager, int generation, std::function<void()> ended)
         : m_manager(manager)
         , m_generation(generation)
+        , m_ended(std::move(ended))
     {
+    }
+    void finish()
+    {
+        if (m_ended)
+            std::exchange(m_ended, nullptr)();
     }
     void walkerEntryFound(const WalkerFolder&, std::string_view name, unsigned char, int) override
     {
@@ -186,6 +195,8 @@ public:
     }
     void walkerReleaseFolderData(void* data) override { delete static_cast<FolderFacts*>(data); }
     void walkerSearchInterrupted() override { m_manager->searchInterruptedObjC(); }
+    // The tree is freed after this: the results are complete, so they go out without waiting for it.
+    void walkerScanEnded() override { finish(); }
 
 private:
     static FolderFacts* factsHungOn(WalkerNode* node)
@@ -234,6 +245,7 @@ private:
 
     SearchManager* m_manager;
     int m_generation;
+    std::function<void()> m_ended;
 };
 
 SearchManager::SearchManager(NotificationCenter& center, QThreadPool* scanPool, QObject* parent)
@@ -365,19 +377,21 @@ void SearchManager::findFiles(const QByteArray& lowerTemplate, const QByteArray&
     m_control = control;
     m_searching = true;
     m_scanPool->start([this, generation, control, lowerTemplate, folder, completion = std::move(completion)] {
-        ScanSink sink(this, generation);
+        ScanSink sink(this, generation, [this, generation, completion] {
+            MainQueue::async(this, [this, generation, completion] {
+                if (generation != m_generation.load())
+                    return;
+                applyPendingItems();
+                m_searching = false;
+                if (completion)
+                    completion();
+                Q_EMIT searchFinished();
+            });
+        });
         WalkerOptions options = walkerOptions(folder, lowerTemplate, &sink);
         options.control = control;
         walkerScan(options);
-        MainQueue::async(this, [this, generation, completion] {
-            if (generation != m_generation.load())
-                return;
-            applyPendingItems();
-            m_searching = false;
-            if (completion)
-                completion();
-            Q_EMIT searchFinished();
-        });
+        sink.finish();
     });
 }
 

@@ -103,6 +103,9 @@ public:
     void getFolderSizeForSearchItem(const SearchItemPtr& item);
     // Blocks until every started package sum has been stored (tests, the command line).
     void waitForPackageSizes();
+    // Blocks until the scans have let go of their trees of folders, which they free after they have
+    // reported their end (tests).
+    void waitForScans() { m_scanPool->waitForDone(); }
 
     QString searchTemplate() const { return m_searchTemplate; }
     void setSearchTemplate(const QString& text) { m_searchTemplate = text; }

@@ -84,6 +84,8 @@ struct ScanContext
     int descriptorBudget = 0;
     std::atomic<int> keptDescriptors{0};
     std::unordered_set<std::string_view> unentered;
+    // Their lengths: most folders are told apart by length alone, without hashing their path.
+    std::vector<size_t> unenteredLengths;
 
     bool running() const { return !control->cancelled(); }
     std::atomic<int32_t>& active() { return ScanAccess::active(*control); }
@@ -94,7 +96,8 @@ struct ScanContext
             return false;
         if (path.starts_with("//")) // below a root of "/"
             path.remove_prefix(1);
-        return unentered.contains(path);
+        return std::find(unenteredLengths.begin(), unenteredLengths.end(), path.size()) != unenteredLengths.end() &&
+               unentered.contains(path);
     }
 
     std::mutex mutex;
@@ -198,21 +201,40 @@ bool isDirectoryByStat(int dirFd, const char* name)
     return S_ISDIR(info.stx_mode);
 }
 
+// Folds as it compares, with no copy: the needle is already folded, so its first byte matches a name
+// byte equal to it or, for a letter, its capital.
 bool nameMatches(const char* name, size_t length, const char* needle, size_t needleLength)
 {
     if (needleLength == 0)
         return true;
-    char folded[kWalkerMatchCapacity];
-    const size_t take = std::min(length, sizeof folded);
-    for (size_t i = 0; i < take; ++i)
-        folded[i] = kFold[static_cast<unsigned char>(name[i])];
-    return memmem(folded, take, needle, needleLength) != nullptr;
+    length = std::min(length, kWalkerMatchCapacity);
+    if (length < needleLength)
+        return false;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(name);
+    const auto* folded = reinterpret_cast<const unsigned char*>(needle);
+    const unsigned char first = folded[0];
+    const unsigned char firstCapital =
+        first >= 'a' && first <= 'z' ? static_cast<unsigned char>(first - ('a' - 'A')) : first;
+    const unsigned char* const last = bytes + (length - needleLength);
+    for (const unsigned char* at = bytes; at <= last; ++at) {
+        if (*at != first && *at != firstCapital)
+            continue;
+        size_t k = 1;
+        while (k < needleLength && static_cast<unsigned char>(kFold[at[k]]) == folded[k])
+            ++k;
+        if (k == needleLength)
+            return true;
+    }
+    return false;
 }
 
 // Lists one folder: counts and matches every entry, and pushes the sub-folders onto the walker's
 // stack, first found on top.
 void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>& stack, char* buffer)
 {
+    // Sub-folders are gathered here and given to the node in one allocation of the right size.
+    thread_local std::vector<WalkerNode*> found;
+    found.clear();
     const int fd = openNode(scan, node);
     if (fd < 0) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENAMETOOLONG)
@@ -276,11 +298,12 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
                 child->path = std::move(path);
                 child->nameOffset = static_cast<uint32_t>(node->path.size() + 1);
                 child->parent = node;
-                node->children.push_back(child);
+                found.push_back(child);
             }
         }
         filesSeen.fetch_add(seen, std::memory_order_relaxed);
     }
+    node->children.assign(found.begin(), found.end());
     if (scan.delegate)
         scan.delegate->walkerFolderDone(folder);
 
@@ -390,6 +413,27 @@ void releaseDelegateData(WalkerNode* node, WalkerDelegate* delegate)
         delegate->walkerReleaseFolderData(data);
 }
 
+// Frees every node below root; with a delegate, first gives back what it hung on each node, the
+// root's too. One pass: the tree of a large scan is worth visiting only once.
+long releaseTree(WalkerNode* root, WalkerDelegate* delegate)
+{
+    if (delegate)
+        releaseDelegateData(root, delegate);
+    long count = 0;
+    std::vector<WalkerNode*> pending(root->children.begin(), root->children.end());
+    root->children.clear();
+    while (!pending.empty()) {
+        WalkerNode* node = pending.back();
+        pending.pop_back();
+        pending.insert(pending.end(), node->children.begin(), node->children.end());
+        if (delegate)
+            releaseDelegateData(node, delegate);
+        delete node;
+        ++count;
+    }
+    return count;
+}
+
 } // namespace
 
 std::string_view WalkerFolder::path() const
@@ -404,17 +448,7 @@ void WalkerDelegate::walkerEntryFound(const WalkerFolder& folder, std::string_vi
 
 long releaseWalkerTree(WalkerNode* root)
 {
-    long count = 0;
-    std::vector<WalkerNode*> pending(root->children.begin(), root->children.end());
-    root->children.clear();
-    while (!pending.empty()) {
-        WalkerNode* node = pending.back();
-        pending.pop_back();
-        pending.insert(pending.end(), node->children.begin(), node->children.end());
-        delete node;
-        ++count;
-    }
-    return count;
+    return releaseTree(root, nullptr);
 }
 
 bool walkerNameMatches(const char* name, size_t length, std::string_view foldedNeedle)
@@ -477,6 +511,10 @@ WalkerScanResult walkerScan(const WalkerOptions& options)
     scan.needle = walkerFoldNeedle(options.needle);
     scan.descriptorBudget = descriptorBudgetFromLimit();
     scan.unentered.insert(options.unenteredFolders.begin(), options.unenteredFolders.end());
+    for (const std::string_view path : scan.unentered)
+        if (std::find(scan.unenteredLengths.begin(), scan.unenteredLengths.end(), path.size()) ==
+            scan.unenteredLengths.end())
+            scan.unenteredLengths.push_back(path.size());
 
     auto* root = new WalkerNode;
     root->path = options.rootPath;
@@ -502,17 +540,10 @@ WalkerScanResult walkerScan(const WalkerOptions& options)
         thread.join();
     if (scan.rootFd >= 0)
         close(scan.rootFd);
+    if (scan.delegate)
+        scan.delegate->walkerScanEnded();
 
-    if (scan.delegate) {
-        std::vector<WalkerNode*> pending{root};
-        while (!pending.empty()) {
-            WalkerNode* node = pending.back();
-            pending.pop_back();
-            releaseDelegateData(node, scan.delegate);
-            pending.insert(pending.end(), node->children.begin(), node->children.end());
-        }
-    }
-    const long freed = releaseWalkerTree(root);
+    const long freed = releaseTree(root, scan.delegate);
     const int64_t elapsed = microsSince(start);
     if (verbose) {
         std::fprintf(stderr, "\nfiles = %d checked = %ld\n", control->filesSeen(), freed);

@@ -52,6 +52,10 @@ public:
     virtual void walkerFolderDone(const WalkerFolder&) {}
     // A walk (a folder and what lies below it that this thread kept) is over, on its thread.
     virtual void walkerWalkEnded() {}
+    // Every walker of the scan has stopped and every folder descriptor is closed: no match comes
+    // after this. Called on the scanning thread, cancelled or not, before the tree is freed, so the
+    // caller can use the results while the scan frees it (walkerScan returns after that).
+    virtual void walkerScanEnded() {}
     // The scan is over and its tree is freed: what the delegate hung on a node goes with it.
     virtual void walkerReleaseFolderData(void*) {}
     // A cancelled scan has ended.

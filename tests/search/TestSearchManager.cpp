@@ -491,8 +491,10 @@ private Q_SLOTS:
         search(manager, QStringLiteral("hit-"), tree.root()); // the type database and the pools start once
         search(manager, QStringLiteral("no such name"), tree.root());
         QCOMPARE(manager.getSearchResultArray().size(), 0);
+        manager.waitForScans();
         const qint64 before = bytesInUse();
         search(manager, QStringLiteral("hit-"), tree.root());
+        manager.waitForScans();
         const qint64 after = bytesInUse();
         QCOMPARE(manager.getSearchResultArray().size(), made);
         QCOMPARE(manager.getFilteredSearchResultArray().size(), made);

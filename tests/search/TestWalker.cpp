@@ -3,6 +3,7 @@
 #include "support/SearchTreeFixture.h"
 
 #include <QElapsedTimer>
+#include <QRandomGenerator>
 #include <QScopeGuard>
 #include <QtTest>
 
@@ -401,6 +402,97 @@ private Q_SLOTS:
         QVERIFY(walkerNameMatches(name.data(), name.size(), walkerFoldNeedle("needle")));
         QVERIFY(!walkerNameMatches(name.data(), name.size(), walkerFoldNeedle("needles")));
         QCOMPARE(walkerFoldNeedle("\xc3\x89LAN-\xff"), std::string("\xc3\x89lan-\xff"));
+    }
+
+    // The matcher folds as it compares; a plain fold of the looked-at part and a find must agree with
+    // it on names full of the bytes next to the letters, bytes above 127 and needles at every place.
+    void matchingAgreesWithFoldingThenFinding()
+    {
+        static constexpr char kAlphabet[] = {'a', 'A', 'z', 'Z',    'r',    'R',    '@',    '[',   '`',
+                                             '{', '-', '.', '\x80', '\xc3', '\xff', '\xe1', '\xc1'};
+        const auto reference = [](std::string_view name, std::string_view foldedNeedle) {
+            std::string folded(name.substr(0, kWalkerMatchCapacity));
+            for (char& c : folded)
+                c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+            return folded.find(foldedNeedle) != std::string::npos;
+        };
+        QRandomGenerator random(20261124);
+        const auto randomText = [&](size_t length) {
+            std::string text(length, ' ');
+            for (char& c : text)
+                c = kAlphabet[random.bounded(static_cast<int>(sizeof kAlphabet))];
+            return text;
+        };
+        int matched = 0;
+        for (int i = 0; i < 200000; ++i) {
+            const std::string name = randomText(random.bounded(12));
+            const std::string needle = walkerFoldNeedle(randomText(1 + random.bounded(3)));
+            const bool expected = reference(name, needle);
+            matched += expected ? 1 : 0;
+            if (walkerNameMatches(name.data(), name.size(), needle) != expected)
+                QFAIL(qPrintable(QStringLiteral("\"%1\" in \"%2\"")
+                                     .arg(QString::fromLatin1(needle.data(), static_cast<qsizetype>(needle.size())),
+                                          QString::fromLatin1(name.data(), static_cast<qsizetype>(name.size())))));
+        }
+        QVERIFY(matched > 1000); // the draw exercised both answers
+
+        // Around the end of the looked-at part: a needle ending on its last byte counts, one past it not.
+        const std::string needle = walkerFoldNeedle("Report");
+        for (size_t end = kWalkerMatchCapacity - 2; end <= kWalkerMatchCapacity + 2; ++end) {
+            std::string name(end, 'x');
+            name.replace(end - 6, 6, "REPORT");
+            name += "tail";
+            QCOMPARE(walkerNameMatches(name.data(), name.size(), needle), end <= kWalkerMatchCapacity);
+            QCOMPARE(walkerNameMatches(name.data(), name.size(), needle), reference(name, needle));
+        }
+        QVERIFY(walkerNameMatches("anything", 8, ""));
+        QVERIFY(!walkerNameMatches("rep", 3, needle));
+    }
+
+    // The end of a scan is told once, after its last match, with every folder closed, cancelled or not;
+    // a refused scan tells nothing.
+    void scanEndIsToldOnceAfterTheLastMatch()
+    {
+        SearchTreeFixture tree;
+        tree.buildStandard();
+        class EndWatcher : public Collector
+        {
+        public:
+            void walkerScanEnded() override
+            {
+                ++ends;
+                matchesAtEnd = count();
+                descriptorsAtEnd = openDescriptors();
+            }
+            int ends = 0;
+            int matchesAtEnd = -1;
+            int descriptorsAtEnd = -1;
+        };
+        const int before = openDescriptors();
+        EndWatcher full;
+        walkerScan(tree.root().constData(), "match", &full);
+        QCOMPARE(full.ends, 1);
+        QCOMPARE(full.matchesAtEnd, full.count());
+        QVERIFY(full.matchesAtEnd > 0);
+        QCOMPARE(full.descriptorsAtEnd, before);
+
+        EndWatcher cancelled;
+        WalkerOptions options;
+        options.rootPath = tree.root().toStdString();
+        options.needle = "match";
+        options.delegate = &cancelled;
+        options.control = std::make_shared<WalkerControl>();
+        options.control->cancel();
+        walkerScan(options);
+        QCOMPARE(cancelled.ends, 1);
+        QCOMPARE(cancelled.matchesAtEnd, 0);
+
+        EndWatcher refused;
+        options.delegate = &refused;
+        options.control.reset();
+        options.needle = std::string(kSearchNeedleCapacity, 'x');
+        QCOMPARE(walkerScan(options), WalkerScanResult::NeedleTooLong);
+        QCOMPARE(refused.ends, 0);
     }
 
     void releaseWalkerTreeCountsEveryNodeButTheRoot()
