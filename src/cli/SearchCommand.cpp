@@ -419,19 +419,45 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
     SearchManager manager(center);
     manager.setFilterMask(options.filter);
     const char terminator = options.nulSeparated ? '\0' : '\n';
+    // Without TZ the C library looks at /etc/localtime again for every date made local, several times
+    // per line; naming the same file once keeps the answer and drops the system calls.
+    if (options.longFormat && !qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
+        qputenv("TZ", ":/etc/localtime");
+    LongColumns columns;
+    std::string out;
     qsizetype printed = 0;
-    // Sorted or long results are printed once the search has ended.
-    const bool printAtEnd = options.longFormat || options.sortKey.has_value();
+    // Lines go out in the order found, as they come, up to the first package: its size is summed on
+    // other threads, so it and what follows wait for the end. Sorted results are printed at the end.
+    bool heldBack = false;
+    const auto printFrom = [&](const QList<SearchItemPtr>& items, bool all) {
+        for (; printed < items.size(); ++printed) {
+            if (gInterrupted)
+                return; // the user asked to stop: not one more line
+            const SearchItem& item = *items.at(printed);
+            if (options.longFormat) {
+                if (!all && item.filePackage) {
+                    heldBack = true;
+                    break;
+                }
+                columns.append(out, item);
+            }
+            item.appendNativeFullPath(out);
+            out.push_back(terminator);
+            if (out.size() >= kOutputChunk) {
+                if (!writeAll(out.data(), out.size()))
+                    return;
+                out.clear();
+            }
+        }
+        if (!writeAll(out.data(), out.size()))
+            return;
+        out.clear();
+    };
     const auto printNew = [&] {
-        if (options.countOnly || printAtEnd)
+        if (options.countOnly || options.sortKey || heldBack || gInterrupted || gWriteError.load() != 0)
             return;
-        const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
-        if (gInterrupted || gWriteError.load() != 0)
-            return;
-        QByteArray out;
-        for (; printed < items.size(); ++printed)
-            out.append(items.at(printed)->nativeFullPath()).append(terminator);
-        if (!writeAll(out.constData(), static_cast<size_t>(out.size())))
+        printFrom(manager.getFilteredSearchResultArray(), false);
+        if (gWriteError.load() != 0)
             manager.cancelSearchByButton();
     };
 
@@ -456,34 +482,13 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
     progress.clear();
 
     QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
-    if (printAtEnd && !options.countOnly) {
+    if ((options.sortKey || heldBack) && !options.countOnly && !gInterrupted && gWriteError.load() == 0) {
         // A package's size is its contents' sum, counted on other threads.
         if (options.longFormat || options.sortKey == SearchSortKey::Size)
             manager.waitForPackageSizes();
-        if (options.sortKey && !gInterrupted)
+        if (options.sortKey)
             SearchResultSort::sort(items, *options.sortKey, true);
-        // Without TZ the C library looks at /etc/localtime again for every date made local, several
-        // times per line; naming the same file once keeps the answer and drops the system calls.
-        if (!qEnvironmentVariableIsSet("TZ") && QFile::exists(QStringLiteral("/etc/localtime")))
-            qputenv("TZ", ":/etc/localtime");
-        LongColumns columns;
-        std::string out;
-        out.reserve(kOutputChunk + 8 * 1024);
-        for (const SearchItemPtr& item : items) {
-            if (gInterrupted)
-                break; // the user asked to stop: not one more line
-            if (options.longFormat)
-                columns.append(out, *item);
-            item->appendNativeFullPath(out);
-            out.push_back(terminator);
-            if (out.size() >= kOutputChunk) {
-                if (!writeAll(out.data(), out.size()))
-                    break;
-                out.clear();
-            }
-        }
-        if (!gInterrupted)
-            writeAll(out.data(), out.size());
+        printFrom(items, true);
     }
     const auto found = static_cast<long>(items.size());
     const auto total = static_cast<long>(manager.totalFiles());

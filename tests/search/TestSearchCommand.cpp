@@ -96,6 +96,23 @@ private Q_SLOTS:
         QCOMPARE(package.at(0), QByteArray("inode/directory"));
         QVERIFY2(package.at(1).endsWith("KB"), package.at(1).constData());
         QCOMPARE(package.at(3), QByteArray("regular"));
+
+        // Lines go out as matches come, but the package's waits for its sum: every match still has
+        // exactly one line, the package's with its sum.
+        for (int i = 0; i < 300; ++i)
+            tree.file("many/m" + QByteArray::number(i) + "-sized");
+        QByteArrayList paths;
+        for (const QByteArray& line : run(args({"--long", "sized", tree.root()})).out.split('\n')) {
+            if (line.isEmpty())
+                continue;
+            const QByteArrayList columns = line.split('\t');
+            QCOMPARE(columns.size(), 5);
+            if (columns.at(4).endsWith(".app"))
+                QCOMPARE(columns.at(1), package.at(1));
+            paths << columns.at(4) + '\n';
+        }
+        QCOMPARE(sortedLines(paths.join()), sortedLines(run(args({"sized", tree.root()})).out));
+        QCOMPARE(paths.size(), 301);
     }
 
     // --sort prints everything at the end in the results window's order, with every other option.
@@ -237,9 +254,10 @@ private Q_SLOTS:
         tree.buildStandard();
         QProcess process;
         process.setStandardOutputFile(QStringLiteral("/dev/full"));
-        process.start(QCoreApplication::applicationFilePath(),
-                      QStringList{QStringLiteral("--run-search"), QStringLiteral("match"), QString::fromUtf8(tree.root())} +
-                          extra);
+        process.start(
+            QCoreApplication::applicationFilePath(),
+            QStringList{QStringLiteral("--run-search"), QStringLiteral("match"), QString::fromUtf8(tree.root())} +
+                extra);
         QVERIFY(process.waitForFinished(60000));
         QCOMPARE(process.exitCode(), 2);
         QVERIFY(process.readAllStandardError().contains("could not write the results: No space left on device"));
