@@ -9,10 +9,12 @@
 
 #include <cstdio>
 
+#include <initializer_list>
 #include <mutex>
 #include <sched.h>
 #include <set>
 #include <sys/mount.h>
+#include <tuple>
 
 namespace {
 
@@ -76,6 +78,16 @@ std::unique_ptr<NameIndexKeeper> startKeeper(const QByteArray& root, int watchLi
     auto keeper = std::make_unique<NameIndexKeeper>(options);
     keeper->start();
     return keeper;
+}
+
+// Rows of the ways folders are followed: the watches and the marks the keeper may take (-1: as many
+// as the user's limits allow; the folders beyond both are swept).
+void followingRows(std::initializer_list<std::tuple<const char*, int, int>> rows)
+{
+    QTest::addColumn<int>("watchLimit");
+    QTest::addColumn<int>("markLimit");
+    for (const auto& [name, watches, marks] : rows)
+        QTest::newRow(name) << watches << marks;
 }
 
 // The changes a user makes, each followed by the index agreeing with a fresh walk within 2 s.
@@ -199,11 +211,7 @@ private Q_SLOTS:
     // subfolders are followed, the old one's (still watched or marked, now outside) are not.
     void aFolderReplacedByOneOfTheSameName_data()
     {
-        QTest::addColumn<int>("watchLimit");
-        QTest::addColumn<int>("markLimit");
-        QTest::newRow("watches") << -1 << 0;
-        QTest::newRow("marks") << 0 << -1;
-        QTest::newRow("sweeps") << 0 << 0;
+        followingRows({{"watches", -1, 0}, {"marks", 0, -1}, {"sweeps", 0, 0}});
     }
     void aFolderReplacedByOneOfTheSameName()
     {
@@ -234,13 +242,7 @@ private Q_SLOTS:
 
     // Hundreds of names made, removed and renamed in one folder before the events are read (a copy, a
     // clean-up): the folder is read again, and folders made among them are followed from then on.
-    void aBurstInOneFolder_data()
-    {
-        QTest::addColumn<int>("watchLimit");
-        QTest::addColumn<int>("markLimit");
-        QTest::newRow("watches") << -1 << 0;
-        QTest::newRow("marks") << 0 << -1;
-    }
+    void aBurstInOneFolder_data() { followingRows({{"watches", -1, 0}, {"marks", 0, -1}}); }
     void aBurstInOneFolder()
     {
         QFETCH(int, watchLimit);
@@ -404,13 +406,11 @@ private Q_SLOTS:
     // that are watched, marked and swept: the index ends equal to a fresh walk.
     void churnEndsEqualToTheWalk_data()
     {
-        QTest::addColumn<int>("watchLimit");
-        QTest::addColumn<int>("markLimit");
-        QTest::newRow("watches and sweeps") << 2 << 0;
-        QTest::newRow("sweeps only") << 0 << 0;
-        QTest::newRow("watches and marks") << 2 << -1;
-        QTest::newRow("marks only") << 0 << -1;
-        QTest::newRow("watches, marks and sweeps") << 2 << 6;
+        followingRows({{"watches and sweeps", 2, 0},
+                       {"sweeps only", 0, 0},
+                       {"watches and marks", 2, -1},
+                       {"marks only", 0, -1},
+                       {"watches, marks and sweeps", 2, 6}});
     }
     void churnEndsEqualToTheWalk()
     {
