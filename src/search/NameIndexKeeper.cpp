@@ -114,14 +114,29 @@ uint64_t fsidBits(const void* fsid)
 }
 
 // A handle key: the file system's number, the handle's type, its bytes.
-bool makeHandleKey(size_t fileSystem, int type, const unsigned char* bytes, size_t length, std::string& key)
+bool makeHandleKey(size_t fileSystem, int type, std::string_view bytes, std::string& key)
 {
     if (fileSystem > 0xff || type < 0 || type > 0xff)
         return false;
     key.clear();
     key.push_back(static_cast<char>(fileSystem));
     key.push_back(static_cast<char>(type));
-    key.append(reinterpret_cast<const char*>(bytes), length);
+    key.append(bytes);
+    return true;
+}
+
+// The file handle of what dirFd and path name (AT_EMPTY_PATH in flags: dirFd itself): its type and
+// bytes; false when the file system gives none.
+bool handleOf(int dirFd, const char* path, int flags, int& type, std::string& bytes)
+{
+    alignas(file_handle) unsigned char storage[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
+    auto* handle = reinterpret_cast<file_handle*>(storage);
+    handle->handle_bytes = MAX_HANDLE_SZ;
+    int mountId = 0;
+    if (name_to_handle_at(dirFd, path, handle, &mountId, flags) != 0)
+        return false;
+    type = handle->handle_type;
+    bytes.assign(reinterpret_cast<const char*>(storage + sizeof(file_handle)), handle->handle_bytes);
     return true;
 }
 
@@ -447,13 +462,9 @@ bool NameIndexKeeper::handleKey(int fd, uint64_t dev, std::string& key)
             return false;
         m_fileSystems.push_back({dev, fsidBits(&info.f_fsid)});
     }
-    alignas(file_handle) unsigned char storage[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
-    auto* handle = reinterpret_cast<file_handle*>(storage);
-    handle->handle_bytes = MAX_HANDLE_SZ;
-    int mountId = 0;
-    if (name_to_handle_at(fd, "", handle, &mountId, AT_EMPTY_PATH) != 0)
-        return false;
-    return makeHandleKey(fileSystem, handle->handle_type, storage + sizeof(file_handle), handle->handle_bytes, key);
+    int type = 0;
+    std::string bytes;
+    return handleOf(fd, "", AT_EMPTY_PATH, type, bytes) && makeHandleKey(fileSystem, type, bytes, key);
 }
 
 bool NameIndexKeeper::addMark(NameIndex::Id id, int fd, uint64_t dev, FolderRecord& record)
@@ -967,15 +978,13 @@ void NameIndexKeeper::settle(NameIndex::Id dir, const std::string& name)
 bool NameIndexKeeper::pathIsCurrent(NameIndex::Id dir, const std::string& key) const
 {
     const std::string path = m_index->path(dir);
-    alignas(file_handle) unsigned char storage[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
-    auto* handle = reinterpret_cast<file_handle*>(storage);
-    handle->handle_bytes = MAX_HANDLE_SZ;
-    int mountId = 0;
-    if (path.empty() || name_to_handle_at(AT_FDCWD, path.c_str(), handle, &mountId, 0) != 0)
+    int type = 0;
+    std::string bytes;
+    if (path.empty() || !handleOf(AT_FDCWD, path.c_str(), 0, type, bytes))
         return false;
     // The key's first byte numbers the file system; the rest is the handle's type and bytes.
-    return key.size() == 2 + handle->handle_bytes && static_cast<unsigned char>(key[1]) == handle->handle_type &&
-           std::memcmp(key.data() + 2, storage + sizeof(file_handle), handle->handle_bytes) == 0;
+    return key.size() == 2 + bytes.size() && static_cast<unsigned char>(key[1]) == type &&
+           std::string_view(key).substr(2) == bytes;
 }
 
 void NameIndexKeeper::handleMarkEvents()
@@ -1002,8 +1011,7 @@ void NameIndexKeeper::handleMarkEvents()
         while (fileSystem < m_fileSystems.size() && m_fileSystems[fileSystem].fsid != fsid)
             ++fileSystem;
         if (fileSystem == m_fileSystems.size() ||
-            !makeHandleKey(fileSystem, handle.handle_type, reinterpret_cast<const unsigned char*>(bytes),
-                           handle.handle_bytes, out.key))
+            !makeHandleKey(fileSystem, handle.handle_type, std::string_view(bytes, handle.handle_bytes), out.key))
             out.key.clear();
         const char* name = bytes + handle.handle_bytes;
         out.name.assign(name, strnlen(name, length - (sizeof fid + sizeof handle + handle.handle_bytes)));
