@@ -35,6 +35,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -218,10 +219,12 @@ bool writeAll(const char* data, size_t size)
 class PathPrinter : public WalkerDelegate
 {
 public:
-    PathPrinter(char terminator, bool print, WalkerControl& control)
+    // ended runs when the last match is in: every walker has stopped.
+    PathPrinter(char terminator, bool print, WalkerControl& control, std::function<void()> ended)
         : m_terminator(terminator)
         , m_print(print)
         , m_control(control)
+        , m_ended(std::move(ended))
     {
     }
     ~PathPrinter() override { flush(); }
@@ -255,12 +258,14 @@ public:
         m_buffer.clear();
     }
     long found() const { return m_found.load(std::memory_order_relaxed); }
+    void walkerScanEnded() override { m_ended(); }
 
 private:
     static constexpr size_t kFlushAt = 256 * 1024;
     const char m_terminator;
     const bool m_print;
     WalkerControl& m_control;
+    std::function<void()> m_ended;
     std::mutex m_mutex;
     std::string m_buffer;
     std::atomic<long> m_found{0};
@@ -374,21 +379,34 @@ int finish(long found, long total, const Options& options, int skippedFolders)
     return found > 0 ? kExitFound : kExitNothing;
 }
 
+// Everything is said: the system takes back the results, the scan's tree and its threads at once, where
+// freeing them one by one would keep the user waiting.
+[[noreturn]] void endProcess(int status)
+{
+    std::fflush(nullptr);
+    std::_Exit(status);
+}
+
 // Nothing to classify: the walker's matches go to standard output as they come.
-int searchUnclassified(const QByteArray& root, const QByteArray& needle, const Options& options, Progress& progress)
+[[noreturn]] void searchUnclassified(const QByteArray& root, const QByteArray& needle, const Options& options,
+                                     Progress& progress)
 {
     auto control = std::make_shared<WalkerControl>();
-    PathPrinter printer(options.nulSeparated ? '\0' : '\n', !options.countOnly, *control);
     std::mutex mutex;
     std::condition_variable ended;
     bool done = false;
+    const auto markDone = [&] {
+        std::lock_guard lock(mutex);
+        done = true;
+        ended.notify_one();
+    };
+    PathPrinter printer(options.nulSeparated ? '\0' : '\n', !options.countOnly, *control, markDone);
+    // Not joined: the walk is over when its walkers stop, before its tree is freed.
     std::thread scan([&] {
         WalkerOptions walk = SearchManager::walkerOptions(root, needle, &printer);
         walk.control = control;
         walkerScan(walk);
-        std::lock_guard lock(mutex);
-        done = true;
-        ended.notify_one();
+        markDone(); // a scan that was refused never ends as above
     });
     bool cancelled = false;
     int ticks = 0;
@@ -406,14 +424,14 @@ int searchUnclassified(const QByteArray& root, const QByteArray& needle, const O
         if (++ticks % (kProgressMillis / 10) == 0)
             progress.show(printer.found(), control->filesSeen());
     }
-    scan.join();
     printer.flush();
     progress.clear();
-    return finish(printer.found(), control->filesSeen(), options, control->foldersSkipped());
+    endProcess(finish(printer.found(), control->filesSeen(), options, control->foldersSkipped()));
 }
 
 // Filters or long columns need every match classified: the search manager does it.
-int searchClassified(const QByteArray& root, const QByteArray& needle, const Options& options, Progress& progress)
+[[noreturn]] void searchClassified(const QByteArray& root, const QByteArray& needle, const Options& options,
+                                   Progress& progress)
 {
     NotificationCenter center;
     SearchManager manager(center);
@@ -425,38 +443,39 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
         qputenv("TZ", ":/etc/localtime");
     LongColumns columns;
     std::string out;
-    qsizetype printed = 0;
-    // Lines go out in the order found, as they come, up to the first package: its size is summed on
-    // other threads, so it and what follows wait for the end. Sorted results are printed at the end.
-    bool heldBack = false;
-    const auto printFrom = [&](const QList<SearchItemPtr>& items, bool all) {
-        for (; printed < items.size(); ++printed) {
-            if (gInterrupted)
-                return; // the user asked to stop: not one more line
-            const SearchItem& item = *items.at(printed);
-            if (options.longFormat) {
-                if (!all && item.filePackage) {
-                    heldBack = true;
-                    break;
-                }
-                columns.append(out, item);
-            }
-            item.appendNativeFullPath(out);
-            out.push_back(terminator);
-            if (out.size() >= kOutputChunk) {
-                if (!writeAll(out.data(), out.size()))
-                    return;
-                out.clear();
-            }
-        }
-        if (!writeAll(out.data(), out.size()))
-            return;
+    // Lines go out in the order found, as they come, but for packages: a package's size is summed on
+    // other threads, so its line waits for the end. Sorted results are all printed at the end.
+    std::vector<qsizetype> packagesHeld;
+    const auto printLine = [&](const SearchItem& item) {
+        if (options.longFormat)
+            columns.append(out, item);
+        item.appendNativeFullPath(out);
+        out.push_back(terminator);
+        if (out.size() < kOutputChunk)
+            return true;
+        const bool written = writeAll(out.data(), out.size());
+        out.clear();
+        return written;
+    };
+    const auto flushLines = [&] {
+        writeAll(out.data(), out.size());
         out.clear();
     };
+    qsizetype printed = 0;
     const auto printNew = [&] {
-        if (options.countOnly || options.sortKey || heldBack || gInterrupted || gWriteError.load() != 0)
+        if (options.countOnly || options.sortKey || gInterrupted || gWriteError.load() != 0)
             return;
-        printFrom(manager.getFilteredSearchResultArray(), false);
+        const QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
+        for (; printed < items.size() && !gInterrupted; ++printed) {
+            const SearchItem& item = *items.at(printed);
+            if (options.longFormat && item.filePackage)
+                packagesHeld.push_back(printed);
+            else if (!printLine(item))
+                break;
+        }
+        if (gInterrupted)
+            return; // the user asked to stop: not one more line
+        flushLines();
         if (gWriteError.load() != 0)
             manager.cancelSearchByButton();
     };
@@ -475,29 +494,33 @@ int searchClassified(const QByteArray& root, const QByteArray& needle, const Opt
     });
     tick.start(kProgressMillis);
     if (manager.performSearchWithBytes(needle, root) != SearchManager::StartResult::Started)
-        return usageError(QStringLiteral("the search could not start"));
+        endProcess(usageError(QStringLiteral("the search could not start")));
     loop.exec();
     tick.stop();
     printNew();
     progress.clear();
 
     QList<SearchItemPtr>& items = manager.getFilteredSearchResultArray();
-    if ((options.sortKey || heldBack) && !options.countOnly && !gInterrupted && gWriteError.load() == 0) {
+    const bool printsRest = (options.sortKey || !packagesHeld.empty()) && !options.countOnly;
+    if (printsRest && !gInterrupted && gWriteError.load() == 0) {
         // A package's size is its contents' sum, counted on other threads.
         if (options.longFormat || options.sortKey == SearchSortKey::Size)
             manager.waitForPackageSizes();
-        if (options.sortKey)
+        if (options.sortKey) {
             SearchResultSort::sort(items, *options.sortKey, true);
-        printFrom(items, true);
+            for (const SearchItemPtr& item : std::as_const(items))
+                if (gInterrupted || !printLine(*item))
+                    break;
+        } else {
+            for (const qsizetype index : packagesHeld)
+                if (gInterrupted || !printLine(*items.at(index)))
+                    break;
+        }
+        if (!gInterrupted)
+            flushLines();
     }
-    const auto found = static_cast<long>(items.size());
-    const auto total = static_cast<long>(manager.totalFiles());
-    const int skipped = manager.foldersSkipped();
-    // The scan may still be freeing its tree on its own thread, and the manager waits for that as it
-    // goes: the results are let go meanwhile.
-    items.clear();
-    manager.clearSearchResultsArray();
-    return finish(found, total, options, skipped);
+    endProcess(finish(static_cast<long>(items.size()), static_cast<long>(manager.totalFiles()), options,
+                      manager.foldersSkipped()));
 }
 
 // The tray program's index answers at once, through a pipe (no message size limit); its paths are
@@ -619,21 +642,17 @@ int runSearch(const QStringList& args)
     struct sigaction action
     {
     };
-    struct sigaction previous
-    {
-    };
     action.sa_handler = onInterrupt;
     // A second Ctrl-C ends the process at once.
     action.sa_flags = SA_RESETHAND;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, &previous);
+    sigaction(SIGINT, &action, nullptr);
     walkerResume();
 
     const bool classify = options.longFormat || options.filter != SearchItemClass::All || options.sortKey;
-    const int status = classify ? searchClassified(rootBytes, needle, options, progress)
-                                : searchUnclassified(rootBytes, needle, options, progress);
-    sigaction(SIGINT, &previous, nullptr);
-    return status;
+    if (classify)
+        searchClassified(rootBytes, needle, options, progress);
+    searchUnclassified(rootBytes, needle, options, progress);
 }
 
 } // namespace cli
