@@ -3,6 +3,7 @@
 #include "TWalkerSkipList.h"
 #include "Walker.h"
 #include "platform/linux/MountTable.h"
+#include "util/DirectoryListing.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -677,9 +678,11 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
         const ssize_t got = getdents64(fd, buffer.data(), buffer.size());
         if (got <= 0)
             break;
+        bool ended = false;
         for (ssize_t pos = 0; pos < got;) {
             const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + pos);
             pos += entry->d_reclen;
+            ended = pos >= got && listingEndsAfter(*entry);
             const char* name = entry->d_name;
             if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
                 continue;
@@ -688,6 +691,8 @@ void NameIndexKeeper::reconcile(NameIndex::Id id)
             const bool folder = entry->d_type == DT_DIR || (entry->d_type == DT_UNKNOWN && isFolderAt(fd, name));
             listed.emplace(name, Listed{folder, entry->d_ino});
         }
+        if (ended)
+            break;
     }
     ::close(fd);
 

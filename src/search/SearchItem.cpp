@@ -30,21 +30,30 @@ SearchFolderPtr::~SearchFolderPtr()
     }
 }
 
+SearchFolder::SearchFolder(SearchFolderPtr parent, std::string_view name, bool package, bool hidden)
+    : inPackage(package)
+    , inHidden(hidden)
+    , m_nameLength(static_cast<quint32>(name.size()))
+    , m_pathLength(static_cast<quint32>(parent ? parent->m_pathLength + 1 + name.size() : name.size()))
+    , m_parent(std::move(parent))
+{
+    // Joining names that hold no slash puts no two together: only a folder named by a whole path (the
+    // searched one: "/", "//usr") or an empty name can.
+    if (name.empty() || name.back() == '/')
+        m_singleSlashes = false;
+    else if (m_parent)
+        m_singleSlashes = m_parent->m_singleSlashes && name.find('/') == std::string_view::npos;
+    else
+        m_singleSlashes = name.find("//") == std::string_view::npos;
+}
+
 SearchFolderPtr SearchFolder::make(SearchFolderPtr parent, std::string_view name, bool inPackage, bool inHidden)
 {
     void* block = ::operator new(sizeof(SearchFolder) + name.size());
-    auto* record = new (block) SearchFolder(std::move(parent), name.size(), inPackage, inHidden);
+    auto* record = new (block) SearchFolder(std::move(parent), name, inPackage, inHidden);
     if (!name.empty())
         std::memcpy(static_cast<char*>(block) + sizeof(SearchFolder), name.data(), name.size());
     return SearchFolderPtr(record);
-}
-
-size_t SearchFolder::pathLength() const
-{
-    size_t length = 0;
-    for (const SearchFolder* f = this; f; f = f->parent())
-        length += f->m_nameLength + (f->parent() ? 1 : 0);
-    return length;
 }
 
 void SearchFolder::writePathEndingAt(char* end) const
@@ -74,17 +83,7 @@ QByteArray SearchFolder::pathFollowedBy(std::string_view name, bool withSlash) c
 
 bool SearchFolder::joinsWithSingleSlashes(std::string_view name) const
 {
-    // Joining names that hold no slash puts no two together: only a folder named by a whole path (the
-    // searched one: "/", "//usr") or an empty name can, and only then is the whole path looked through.
-    if (name.empty() || name.front() == '/')
-        return false;
-    for (const SearchFolder* f = this; f; f = f->parent()) {
-        const std::string_view part = f->name();
-        if (part.empty() || part.back() == '/' ||
-            (f->parent() ? part.find('/') != std::string_view::npos : part.find("//") != std::string_view::npos))
-            return false;
-    }
-    return true;
+    return !name.empty() && name.front() != '/' && m_singleSlashes;
 }
 
 QByteArray SearchFolder::pathJoinedWith(const QByteArray& name) const

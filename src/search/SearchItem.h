@@ -76,7 +76,7 @@ public:
     QByteArray pathJoinedWith(const QByteArray& name) const;
     // Whether the path, "/" and name show no two slashes in a row as they stand (nothing to collapse).
     bool joinsWithSingleSlashes(std::string_view name) const;
-    size_t pathLength() const;
+    size_t pathLength() const { return m_pathLength; }
     // Writes the path backwards so that it ends just before end.
     void writePathEndingAt(char* end) const;
     std::string_view name() const { return {reinterpret_cast<const char*>(this + 1), m_nameLength}; }
@@ -87,18 +87,15 @@ public:
 
 private:
     friend class SearchFolderPtr;
-    SearchFolder(SearchFolderPtr parent, size_t nameLength, bool package, bool hidden)
-        : inPackage(package)
-        , inHidden(hidden)
-        , m_nameLength(static_cast<quint32>(nameLength))
-        , m_parent(std::move(parent))
-    {
-    }
+    SearchFolder(SearchFolderPtr parent, std::string_view name, bool package, bool hidden);
     ~SearchFolder() = default;
     QByteArray pathFollowedBy(std::string_view name, bool withSlash) const;
 
+    // Every item of the folder asks for these when its path is written: known once, from the parent's.
+    bool m_singleSlashes;
     mutable std::atomic<quint32> m_refs{1};
     quint32 m_nameLength;
+    quint32 m_pathLength;
     SearchFolderPtr m_parent;
     // The name's bytes follow the record in the same block.
 };

@@ -5,6 +5,7 @@
 #include "core/NotificationCenter.h"
 #include "platform/HiddenFlag.h"
 #include "platform/linux/MountTable.h"
+#include "util/DirectoryListing.h"
 #include "util/MainQueue.h"
 
 #include <QCoreApplication>
@@ -86,9 +87,11 @@ qint64 sumBelow(int dirFd, const QByteArray& path, PackageSums& sums)
         const ssize_t got = getdents64(dirFd, buffer.data(), buffer.size());
         if (got <= 0)
             break;
+        bool ended = false;
         for (ssize_t pos = 0; pos < got;) {
             const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + pos);
             pos += entry->d_reclen;
+            ended = pos >= got && listingEndsAfter(*entry);
             const char* name = entry->d_name;
             if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
                 continue;
@@ -117,6 +120,8 @@ qint64 sumBelow(int dirFd, const QByteArray& path, PackageSums& sums)
                     sums.insert(subPath, below);
             }
         }
+        if (ended)
+            break;
     }
     return total;
 }

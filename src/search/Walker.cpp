@@ -1,6 +1,7 @@
 #include "Walker.h"
 
 #include "TWalkerSkipList.h"
+#include "util/DirectoryListing.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -263,9 +264,11 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
         if (!scan.running())
             break;
         int32_t seen = 0;
+        bool ended = false;
         for (ssize_t pos = 0; pos < got;) {
             const auto* entry = reinterpret_cast<const dirent64*>(buffer + pos);
             pos += entry->d_reclen;
+            ended = pos >= got && listingEndsAfter(*entry);
             const char* name = entry->d_name;
             if (name[0] == '.') {
                 if (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))
@@ -302,6 +305,8 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
             }
         }
         filesSeen.fetch_add(seen, std::memory_order_relaxed);
+        if (ended)
+            break;
     }
     node->children.assign(found.begin(), found.end());
     if (scan.delegate)
