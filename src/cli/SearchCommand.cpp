@@ -24,7 +24,6 @@
 #include <QUrl>
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -648,9 +647,6 @@ int runSearch(const QStringList& args)
     action.sa_flags = SA_RESETHAND;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
-    // Each walker thread's heap would otherwise grow a page at a time, one mprotect call each: thousands
-    // per search. Pages asked for ahead are not touched, so memory use stays the same.
-    mallopt(M_TOP_PAD, 8 << 20);
     walkerResume();
 
     const bool classify = options.longFormat || options.filter != SearchItemClass::All || options.sortKey;
