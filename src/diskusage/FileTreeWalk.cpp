@@ -1,5 +1,7 @@
 #include "FileTreeWalk.h"
 
+#include "util/DirectoryListing.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
@@ -17,7 +19,8 @@
 namespace {
 
 // The kernel's record for getdents64; glibc has no declaration of it.
-struct LinuxDirent64 {
+struct LinuxDirent64
+{
     std::uint64_t d_ino;
     std::int64_t d_off;
     unsigned short d_reclen;
@@ -40,7 +43,8 @@ bool isDot(const char* name)
 
 // The folders still to read, shared by the threads of one walk. busy counts folders being read: the
 // walk ends when the stack is empty and nobody is reading, since only a reader can push more.
-struct FileTreeWalk::Shared {
+struct FileTreeWalk::Shared
+{
     std::mutex mutex;
     std::condition_variable wake;
     std::vector<std::string> stack;
@@ -61,7 +65,8 @@ struct FileTreeWalk::Shared {
     }
 };
 
-struct FileTreeWalk::Worker {
+struct FileTreeWalk::Worker
+{
     Shared& shared;
     const Visitor& visit;
     const unsigned mask;
@@ -69,7 +74,13 @@ struct FileTreeWalk::Worker {
     std::vector<std::string> found;
     std::unique_ptr<char[]> buffer{new char[kBufferSize]};
 
-    Worker(Shared& s, const Visitor& v, unsigned m, int i) : shared(s), visit(v), mask(m), index(i) {}
+    Worker(Shared& s, const Visitor& v, unsigned m, int i)
+        : shared(s)
+        , visit(v)
+        , mask(m)
+        , index(i)
+    {
+    }
 
     // Takes folders until the walk is over or cancelled.
     void run()
@@ -118,22 +129,24 @@ struct FileTreeWalk::Worker {
                 shared.noteUnreadable(path, errno);
                 break;
             }
+            bool ended = false;
             for (long offset = 0; offset < n;) {
                 const auto* entry = reinterpret_cast<const LinuxDirent64*>(buffer.get() + offset);
                 offset += entry->d_reclen;
+                ended = offset >= n && listingEndsAfter(entry->d_off);
                 if (isDot(entry->d_name))
                     continue;
                 struct statx st;
                 // A folder needs only its type and mount facts.
-                if (::statx(fd, entry->d_name, kStatFlags, entry->d_type == DT_DIR ? STATX_TYPE : STATX_TYPE | mask, &st)
-                    != 0)
+                if (::statx(fd, entry->d_name, kStatFlags, entry->d_type == DT_DIR ? STATX_TYPE : STATX_TYPE | mask,
+                            &st) != 0)
                     continue; // vanished since listed
                 if (!S_ISDIR(st.stx_mode)) {
                     visit(index, path, entry->d_name, st);
                     continue;
                 }
-                const bool mountRoot = (st.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT)
-                                       && (st.stx_attributes & STATX_ATTR_MOUNT_ROOT);
+                const bool mountRoot =
+                    (st.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) && (st.stx_attributes & STATX_ATTR_MOUNT_ROOT);
                 if (mountRoot || makedev(st.stx_dev_major, st.stx_dev_minor) != shared.dev)
                     continue;
                 std::string child;
@@ -144,6 +157,8 @@ struct FileTreeWalk::Worker {
                 child.append(entry->d_name);
                 found.push_back(std::move(child));
             }
+            if (ended)
+                break;
         }
         ::close(fd);
     }
@@ -160,8 +175,8 @@ FileTreeWalk::FileTreeWalk(std::string root, Options options)
 bool FileTreeWalk::run(const Visitor& visit)
 {
     struct statx st;
-    if (::statx(AT_FDCWD, m_root.c_str(), AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, STATX_TYPE, &st) != 0
-        || !S_ISDIR(st.stx_mode))
+    if (::statx(AT_FDCWD, m_root.c_str(), AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, STATX_TYPE, &st) != 0 ||
+        !S_ISDIR(st.stx_mode))
         return false;
 
     Shared shared;

@@ -91,7 +91,7 @@ qint64 sumBelow(int dirFd, const QByteArray& path, PackageSums& sums)
         for (ssize_t pos = 0; pos < got;) {
             const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + pos);
             pos += entry->d_reclen;
-            ended = pos >= got && listingEndsAfter(*entry);
+            ended = pos >= got && listingEndsAfter(entry->d_off);
             const char* name = entry->d_name;
             if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
                 continue;

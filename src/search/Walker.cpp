@@ -268,7 +268,7 @@ void walkDirectory(WalkerNode* node, ScanContext& scan, std::deque<WalkerNode*>&
         for (ssize_t pos = 0; pos < got;) {
             const auto* entry = reinterpret_cast<const dirent64*>(buffer + pos);
             pos += entry->d_reclen;
-            ended = pos >= got && listingEndsAfter(*entry);
+            ended = pos >= got && listingEndsAfter(entry->d_off);
             const char* name = entry->d_name;
             if (name[0] == '.') {
                 if (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))
