@@ -72,6 +72,10 @@ private slots:
         }
         for (int i = 0; i < 300; ++i)
             QVERIFY(writeFile(path(QStringLiteral("wide/sub%1/file").arg(i)), i * 97));
+        // A folder whose listing takes several reads: the walk must not stop after the first.
+        QDir().mkpath(path(QStringLiteral("crowd")));
+        for (int i = 0; i < 2500; ++i)
+            QVERIFY(writeFile(path(QStringLiteral("crowd/a-name-long-enough-to-fill-reads-%1").arg(i)), 1));
         QVERIFY(writeFile(path(QStringLiteral(".dotfile")), 5000));
         QVERIFY(writeFile(path(QString::fromUtf8("café.txt")), 9000));
         QVERIFY(::mkfifo(QFile::encodeName(path(QStringLiteral("a/fifo"))).constData(), 0600) == 0);
@@ -84,7 +88,7 @@ private slots:
             SizeCalculationTask task(m_root, options);
             QCOMPARE(quint64(task.calculate()), expected);
             QCOMPARE(quint64(task.unreadableCount()), quint64(0));
-            QCOMPARE(quint64(task.entryCount()), quint64(7 * 7 + 300 + 2 + 1));
+            QCOMPARE(quint64(task.entryCount()), quint64(7 * 7 + 300 + 2500 + 2 + 1));
         }
         QCOMPARE(quint64(SizeCalculation::sharedInstance().fastSizeOfFolderAtPath(m_root + QLatin1Char('/'))), expected);
     }
