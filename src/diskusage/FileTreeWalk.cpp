@@ -12,21 +12,10 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace {
-
-// The kernel's record for getdents64; glibc has no declaration of it.
-struct LinuxDirent64
-{
-    std::uint64_t d_ino;
-    std::int64_t d_off;
-    unsigned short d_reclen;
-    unsigned char d_type;
-    char d_name[1];
-};
 
 constexpr std::size_t kBufferSize = 64 * 1024;
 constexpr int kMaxThreads = 8;
@@ -122,7 +111,7 @@ struct FileTreeWalk::Worker
         }
         const bool slash = !path.empty() && path.back() == '/';
         for (;;) {
-            const long n = ::syscall(SYS_getdents64, fd, buffer.get(), kBufferSize);
+            const ssize_t n = ::getdents64(fd, buffer.get(), kBufferSize);
             if (n == 0)
                 break;
             if (n < 0) {
@@ -130,8 +119,8 @@ struct FileTreeWalk::Worker
                 break;
             }
             bool ended = false;
-            for (long offset = 0; offset < n;) {
-                const auto* entry = reinterpret_cast<const LinuxDirent64*>(buffer.get() + offset);
+            for (ssize_t offset = 0; offset < n;) {
+                const auto* entry = reinterpret_cast<const dirent64*>(buffer.get() + offset);
                 offset += entry->d_reclen;
                 ended = offset >= n && listingEndsAfter(entry->d_off);
                 if (isDot(entry->d_name))
