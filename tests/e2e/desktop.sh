@@ -46,7 +46,9 @@ start_x() {
   # -displayfd lets the server pick a free display number, so parallel tests never collide.
   fifo=$(mktemp -u)
   mkfifo "$fifo"
-  Xvfb -displayfd 3 -screen 0 1024x700x24 -nolisten tcp 3>"$fifo" >/dev/null 2>&1 &
+  # -noreset: with no client left (a program killed and started again) the server would reset, and a
+  # client connecting meanwhile is turned away.
+  Xvfb -displayfd 3 -screen 0 1024x700x24 -nolisten tcp -noreset 3>"$fifo" >/dev/null 2>&1 &
   E2E_PIDS="$E2E_PIDS $!"
   read -r num <"$fifo"
   rm -f "$fifo"
